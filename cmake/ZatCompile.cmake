@@ -1,0 +1,22 @@
+# One set of flags for every object of the project, because the shared object and the tests use the same ones.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wundef -Werror)
+add_compile_definitions(_GNU_SOURCE)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # A unique symbol pins the object that defines it in memory: dlclose would never unload it.
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
+endif()
+
+option(ZAT_SANITIZE "Address and undefined-behaviour sanitizers" OFF)
+if(ZAT_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
