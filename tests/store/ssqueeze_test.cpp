@@ -1,0 +1,168 @@
+// Identifiers, number formatting and reading.
+#include "ssqueeze.h"
+#include <gtest/gtest.h>
+#include <limits>
+#include <locale>
+#include <random>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using Q = SSqueeze;
+
+// What the formatting is a short form of: a stream of the classic locale with its flags cleared first.
+std::string Streamed(long value, size_t width, int fmt, char fill) {
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  out.flags(std::ios_base::fmtflags());
+  out.fill(fill);
+  if (width) out.width(static_cast<std::streamsize>(width));
+  if (fmt & Q::eFdec)
+    out.setf(std::ios_base::dec);
+  else if (fmt & Q::eFhex)
+    out.setf(std::ios_base::hex | std::ios_base::uppercase);
+  if (fmt & Q::eFajl)
+    out.setf(std::ios_base::left);
+  else if (fmt & Q::eFajr)
+    out.setf(std::ios_base::right);
+  out << value;
+  return out.str();
+}
+
+size_t StreamRead(const std::string& text, long& value, int fmt) {
+  std::istringstream in(text);
+  in.imbue(std::locale::classic());
+  in.flags(std::ios_base::fmtflags());
+  if (fmt & Q::eFdec)
+    in.setf(std::ios_base::dec);
+  else if (fmt & Q::eFhex)
+    in.setf(std::ios_base::hex);
+  long got = 0;
+  in >> got;
+  value = in.eof() && !in.fail() ? got : 0;
+  return in.eof() && !in.fail() ? text.size() : 0;
+}
+
+const int kFormats[] = {Q::eFnone,   Q::eFdec,    Q::eFajl,    Q::eFajr,    Q::eFhex,
+                        Q::eFdecajl, Q::eFdecajr, Q::eFhexajl, Q::eFhexajr, 15};
+
+// A host's locale must not put separators into wire numbers.
+struct tGrouping : std::numpunct<char> {
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(SSqueezeNumbers, WritesAsAClassicStreamWhateverTheHostsLocale) {
+  std::locale before = std::locale::global(std::locale(std::locale::classic(), new tGrouping));
+  for (long value :
+       {0L, 5L, -5L, 255L, 1234567L, -1L, std::numeric_limits<long>::max(), std::numeric_limits<long>::min()})
+    for (int fmt : kFormats)
+      for (size_t width : {size_t{0}, size_t{3}, size_t{12}, size_t{30}}) {
+        std::string out = "left over";
+        size_t length = Q::fmtLongToString(value, out, width, static_cast<Q::tFmt>(fmt), '0');
+        EXPECT_EQ(length, out.size());
+        EXPECT_EQ(out, Streamed(value, width, fmt, '0')) << value << " format " << fmt << " width " << width;
+      }
+  std::locale::global(before);
+}
+
+TEST(SSqueezeNumbers, AWidthBeyondMemoryGivesNothing) {
+  std::string out = "left over";
+  EXPECT_EQ(Q::fmtLongToString(5, out, std::numeric_limits<size_t>::max(), Q::eFdecajr, '0'), 0u);
+  EXPECT_EQ(out, "");
+}
+
+TEST(SSqueezeNumbers, ReadsAsAClassicStream) {
+  std::vector<std::string> texts = {"",
+                                    "0",
+                                    "-",
+                                    "+5",
+                                    "-7",
+                                    "12x",
+                                    " 12",
+                                    "12 ",
+                                    "ff",
+                                    "FF",
+                                    "0x1F",
+                                    "0X1f",
+                                    "0x",
+                                    "-0x8",
+                                    "007",
+                                    "08",
+                                    "0",
+                                    "00",
+                                    "x1",
+                                    "+-1",
+                                    "1,000",
+                                    "1.5",
+                                    "0x-1",
+                                    "--1",
+                                    std::string("1\0", 2),
+                                    "9223372036854775807",
+                                    "9223372036854775808",
+                                    "-9223372036854775808",
+                                    "-9223372036854775809",
+                                    "ffffffffffffffff",
+                                    "7fffffffffffffff",
+                                    "0777",
+                                    "99999999999999999999999"};
+  std::mt19937 random(7);
+  for (int i = 0; i < 5000; ++i) {
+    std::string text;
+    for (size_t n = random() % 6; n; --n) text += "+-0017x9aF "[random() % 11];
+    texts.push_back(text);
+  }
+  for (const std::string& text : texts)
+    for (int fmt : kFormats) {
+      long got = 99, want = 99;
+      EXPECT_EQ(Q::fmtGetLong(text, got, static_cast<Q::tFmt>(fmt)), StreamRead(text, want, fmt))
+          << text << " format " << fmt;
+      EXPECT_EQ(got, want) << text << " format " << fmt;
+    }
+}
+
+TEST(SSqueezeIds, AWriteMakesEarlierIdentifiersStale) {
+  uint64_t counter = 77;
+  Q store;
+  store.ss_next(); // nothing to count with yet: no effect
+  EXPECT_EQ(store.pulGlobal, nullptr);
+  store.ss_next(&counter);
+  EXPECT_EQ(static_cast<uint32_t>(counter), 1u) << "an adopted counter starts anew";
+
+  int node = 0;
+  Q first = store.ss_put(&node);
+  EXPECT_EQ(first.ss_get(), &node);
+  first.ss_next(); // only the store's own identifier counts
+  EXPECT_EQ(first.ss_get(), &node);
+  store.ss_next();
+  EXPECT_EQ(first.ss_get(), nullptr);
+  EXPECT_EQ(store.ss_put(&node).ss_get(), &node);
+  EXPECT_EQ(SQNull.ss_get(), nullptr);
+}
+
+TEST(SSqueezeIds, TheCountWrapsWithoutTouchingTheClock) {
+  uint64_t made = Q::ss_make(0xFFFFFFFFu);
+  EXPECT_EQ(static_cast<uint32_t>(made), 0u);
+  EXPECT_EQ(static_cast<uint32_t>(Q::ss_make(0xABCD00000005u)), 6u);
+}
+
+TEST(SSqueezeIds, ACounterThatServesAgainNeverRevivesAnIdentifier) {
+  std::vector<Q> dead;
+  uint64_t* pulSeen = nullptr;
+  for (int store = 0; store < 1000; ++store) {
+    Q own;
+    own.pulGlobal = zat::CounterTake();
+    if (store == 0) pulSeen = own.pulGlobal;
+    EXPECT_EQ(own.pulGlobal, pulSeen) << "the pool grew";
+    for (int write = 0; write < 3; ++write) {
+      own.ss_next();
+      dead.push_back(own.ss_put(&own));
+      for (size_t i = 0; i + 1 < dead.size(); i += 97) EXPECT_EQ(dead[i].ss_get(), nullptr);
+    }
+    zat::CounterGive(own.pulGlobal);
+    EXPECT_EQ(dead.back().ss_get(), nullptr);
+  }
+}
+
+} // namespace
