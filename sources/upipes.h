@@ -30,7 +30,7 @@ struct UnnamedPipes {
   int miHLoc[2] = {-1, -1}; // this side's descriptors: read, write; -1 when closed
   int miHExt[2] = {-1, -1}; // the other side's, held by the creator until Close: read, write; -1 when closed
   size_t lRest = 0;         // bytes still to come, end byte included, of a block that nobody will read on
-  bool fRestLate = false; // that block was given up for its silence: a new block may come instead of the rest
+  bool fRestLate = false;   // that block was given up for its silence: a new one may come instead of the rest
 
   UnnamedPipes() = default;
   ~UnnamedPipes() { Close(); }
