@@ -1,0 +1,163 @@
+#include "uni_misc.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "mmisc.h"
+
+namespace {
+
+constexpr int kArguments = 10; // slots, the closing null among them
+constexpr int kNotExecuted = 255;
+
+// What a handle points to.
+struct ProcessHandle {
+  char* mpcArgV[kArguments];
+  int32_t iArgC;
+  int32_t iPId;
+};
+
+// Gives a signal its default meaning and takes the change back at the end.
+class DefaultSignal {
+public:
+  explicit DefaultSignal(int number) : signal(number) {
+    struct sigaction plain = {};
+    plain.sa_handler = SIG_DFL;
+    saved = sigaction(signal, &plain, &before) == 0;
+  }
+  ~DefaultSignal() {
+    int code = errno;
+    if (saved) sigaction(signal, &before, nullptr);
+    errno = code;
+  }
+  DefaultSignal(const DefaultSignal&) = delete;
+  DefaultSignal& operator=(const DefaultSignal&) = delete;
+
+private:
+  int signal;
+  bool saved;
+  struct sigaction before = {};
+};
+
+// The child of a vfork: it borrows the parent's memory until the program is executed, so it calls nothing but system
+// calls and touches nothing that the parent would miss.
+[[noreturn]] void BecomeProgram(char* const* arguments, const sigset_t* mask) {
+  // A host that ignores SIGPIPE or SIGCHLD would hand that on, and a module that never learns of a broken pipe or
+  // cannot wait for its own children is no use. Handlers are reset by the execution itself.
+  struct sigaction plain = {};
+  plain.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &plain, nullptr);
+  sigprocmask(SIG_SETMASK, mask, nullptr);
+  execv(arguments[0], arguments);
+  _exit(kNotExecuted);
+}
+
+// vfork does not copy the host's page tables: a till of half a gigabyte starts a module as fast as a small one. All
+// signals are held back around it, because a handler of the host's must not run in the borrowed memory.
+pid_t Start(char* const* arguments) {
+  sigset_t all, before, none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pid_t child = vfork();
+  if (child == 0) BecomeProgram(arguments, &none);
+  int code = errno;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  errno = code;
+  return child;
+}
+
+void Free(ProcessHandle* handle) {
+  FreeArgV(handle->mpcArgV, kArguments);
+  delete handle;
+}
+
+} // namespace
+
+int SysCall(const char* pccStr, int* piOrg) {
+  DefaultSignal children(
+      SIGCHLD); // otherwise the status of our shell could be gone before system() asks for it
+  int status = system(pccStr);
+  if (piOrg) *piOrg = status;
+  return static_cast<int8_t>(status >> 8);
+}
+
+int SysExec(const char* pccFile, int* piOrg) {
+  if (chmod(pccFile, S_IRWXU | S_IRWXG | S_IRWXO) != 0) return -1;
+  return SysCall(pccFile, piOrg);
+}
+
+void* SysCallBegin(const char* pccStr) {
+  ProcessHandle* handle = new (std::nothrow) ProcessHandle{};
+  if (!handle) return nullptr;
+  handle->iArgC = ParsCdmLine(pccStr, handle->mpcArgV, kArguments);
+  handle->iPId = handle->iArgC > 0 ? Start(handle->mpcArgV) : -1;
+  if (handle->iPId < 0) {
+    Free(handle);
+    handle = nullptr;
+  }
+  return handle;
+}
+
+int SysCallEnd(void* pvHandle, bool) {
+  ProcessHandle* handle = static_cast<ProcessHandle*>(pvHandle);
+  if (!handle) return -1;
+  pid_t got;
+  do got = waitpid(handle->iPId, nullptr, 0);
+  while (got < 0 && errno == EINTR);
+  bool ended = got == handle->iPId || (got < 0 && errno == ECHILD);
+  if (ended) Free(handle);
+  return ended ? 0 : -1;
+}
+
+namespace {
+
+enum class End { none, exited, killed, taken };
+
+// How the program ended, if it did, and its exit status or signal. Leaves everything for the wait.
+End HowEnded(const ProcessHandle* handle, int* status) {
+  siginfo_t info = {};
+  int got = waitid(P_PID, static_cast<id_t>(handle->iPId), &info, WEXITED | WNOHANG | WNOWAIT);
+  if (got != 0)
+    return errno == ECHILD ? End::taken : End::none; // by the host, or by a kernel told to ignore it
+  if (info.si_pid != handle->iPId) return End::none;
+  *status = info.si_status;
+  return info.si_code == CLD_EXITED ? End::exited : End::killed;
+}
+
+} // namespace
+
+bool SysCallEnded(void* pvHandle, int* piStatus) {
+  if (!pvHandle) return false;
+  int status = 0;
+  End end = HowEnded(static_cast<ProcessHandle*>(pvHandle), &status);
+  if (piStatus && end != End::none)
+    *piStatus = end == End::exited ? status : end == End::killed ? 128 + status : -1;
+  return end != End::none;
+}
+
+bool SysCallLost(void* pvHandle) {
+  if (!pvHandle) return false;
+  int status = 0;
+  End end = HowEnded(static_cast<ProcessHandle*>(pvHandle), &status);
+  return end == End::killed || end == End::taken || (end == End::exited && status == kNotExecuted);
+}
+
+int GetPId() { return getpid(); }
+int GetTId() { return getpid(); }
+
+void SleepS(uint32_t iS) { SleepMS(iS * 1000); }
+
+void SleepMS(uint32_t iMS) {
+  struct timespec left = {static_cast<time_t>(iMS / 1000), static_cast<long>(iMS % 1000) * 1000000};
+  bool more = true;
+  while (more) more = nanosleep(&left, &left) != 0 && errno == EINTR && left.tv_sec != 0 && left.tv_nsec != 0;
+}
