@@ -1,0 +1,190 @@
+#include "fsysmpsc.h"
+#include "scratch.h"
+#include "utilf.h"
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// A walk that keeps its calls, "B" or "A" with "f" or "d" and the path below the top, and answers as it is told.
+struct Trace {
+  std::vector<std::string> calls;
+  std::function<int(const std::string&)> answer = [](const std::string&) { return 0; };
+  std::string top;
+  tFSysMpScData data{};
+
+  explicit Trace(const Scratch& dir) : top(dir / "") {
+    data.oInit.pccPathIn = top.c_str();
+    data.pvUser = this;
+  }
+  int Run(bool dirs, int allowance) {
+    return FSysMpSc(
+        &data,
+        [](tFSysMpScData* d) {
+          auto& self = *static_cast<Trace*>(d->pvUser);
+          const std::string path = d->oWork.pccPathIn;
+          self.calls.push_back(std::string(d->fBefore ? "B" : "A") + (d->oFType == eFSMSFTdir ? "d " : "f ") +
+                               (path.size() > self.top.size() ? path.substr(self.top.size()) : ""));
+          return self.answer(self.calls.back());
+        },
+        dirs, allowance);
+  }
+  size_t Count(const std::string& call) const {
+    return static_cast<size_t>(std::count(calls.begin(), calls.end(), call));
+  }
+};
+using Calls = std::vector<std::string>;
+
+} // namespace
+
+TEST(FSysWalk, OrderOfCalls) {
+  Scratch dir;
+  dir.Put("sub/file", "");
+  Trace included(dir), plain(dir);
+  EXPECT_EQ(included.Run(true, 0), 0);
+  EXPECT_EQ(included.calls, (Calls{"Bd ", "Bd sub", "Bf sub/file", "Af sub/file", "Ad sub", "Ad "}));
+  EXPECT_EQ(plain.Run(false, 0), 0);
+  // The after-call of "sub" shows the last entry inside it.
+  EXPECT_EQ(plain.calls, (Calls{"Bd sub", "Bf sub/file", "Af sub/file", "Af sub/file"}));
+  EXPECT_EQ(plain.data.oInit.pccPathIn, plain.top.c_str());
+  EXPECT_STREQ(plain.data.oInit.pccMask, "*");
+}
+
+TEST(FSysWalk, NothingToWalk) {
+  Scratch dir;
+  dir.Put("file", "");
+  Trace trace(dir);
+  for (const std::string& path : {dir / "missing", dir / "file", std::string()}) {
+    trace.data.oInit.pccPathIn = path.c_str();
+    EXPECT_EQ(trace.Run(true, 0), 0);
+  }
+  trace.data.oInit.pccPathIn = nullptr;
+  EXPECT_EQ(trace.Run(true, 0), 0);
+  EXPECT_STREQ(trace.data.oInit.pccPathIn, "");
+  EXPECT_TRUE(trace.calls.empty());
+  EXPECT_EQ(FSysMpSc(nullptr, FSysMpScList, true, 0), -1);
+}
+
+TEST(FSysWalk, MasksTheOutputSideAndLinks) {
+  Scratch dir;
+  for (const char* name : {"a.lck", "b.txt", "in.lck/c.lck", "out/d.lck"}) dir.Put(name, "");
+  ASSERT_EQ(symlink("in.lck", (dir / "link.lck").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", (dir / "dead.lck").c_str()), 0);
+  Trace trace(dir);
+  trace.data.oInit.pccMask = "*.lck";
+  trace.data.oInit.pccPathOut = "there";
+  std::vector<std::string> out;
+  trace.answer = [&](const std::string& call) {
+    if (call[0] == 'B')
+      out.push_back(std::string(trace.data.oWork.pccPathOut) + ":" + trace.data.oWork.pccMask);
+    return 0;
+  };
+  EXPECT_EQ(trace.Run(false, 0), 0);
+  std::sort(out.begin(), out.end());
+  EXPECT_EQ(out, (Calls{"there/a.lck:a.lck", "there/dead.lck:dead.lck", "there/in.lck/c.lck:c.lck",
+                        "there/in.lck:in.lck", "there/link.lck/c.lck:c.lck", "there/link.lck:link.lck"}));
+  EXPECT_EQ(trace.Count("Bd link.lck") + trace.Count("Bf dead.lck"), 2u);
+}
+
+TEST(FSysWalk, AnAllowanceIsSpentBySiblings) {
+  Scratch dir;
+  for (const char* name : {"1/x/y/f", "2/x/y/f", "3/x/y/f"}) dir.Put(name, "");
+  const auto directories = [&](int allowance) {
+    Trace trace(dir);
+    EXPECT_EQ(trace.Run(true, allowance), 0);
+    return std::count_if(trace.calls.begin(), trace.calls.end(),
+                         [](const auto& c) { return c[0] == 'B' && c[1] == 'd'; });
+  };
+  EXPECT_EQ(directories(1), 1); // the top alone
+  EXPECT_EQ(directories(2), 2); // and one of three
+  EXPECT_EQ(directories(3), 4); // one with its "x", one without
+  EXPECT_EQ(directories(-1), 1);
+  EXPECT_EQ(directories(0), 10);
+}
+
+TEST(FSysWalk, ResultsSteerIt) {
+  Scratch dir;
+  dir.Put("d/f", "");
+  const struct {
+    bool dirs;
+    const char* at; // the call that answers...
+    int answer, result;
+    size_t calls;
+  } cases[] = {
+      {false, "Bd d", 2, 0, 1},   {false, "Bd d", -1, -1, 1}, {false, "Bf d/f", 1, 1, 2},
+      {false, "Bf d/f", 2, 0, 3}, {false, "Af d/f", 2, 0, 4}, {false, "Af d/f", 7, 7, 3},
+      {true, "Bd ", 2, 0, 1},     {true, "Bd d", 2, 0, 3},    {true, "Ad d", 2, 0, 6},
+      {true, "Ad ", 2, 0, 6},     {true, "Ad d", -1, -1, 5},
+  };
+  for (const auto& c : cases) {
+    Trace trace(dir);
+    trace.answer = [&](const std::string& call) { return call == c.at ? c.answer : 0; };
+    EXPECT_EQ(trace.Run(c.dirs, 0), c.result) << c.at << c.answer;
+    EXPECT_EQ(trace.calls.size(), c.calls) << c.at << c.answer;
+  }
+}
+
+TEST(FSysJobs, DeleteNeverLeavesTheTree) {
+  Scratch dir;
+  for (const char* name : {"t/a.x", "t/b", "t/s/c.x", "t/s/d", "kept/file"}) dir.Put(name, "");
+  ASSERT_EQ(symlink("../kept", (dir / "t/link").c_str()), 0);
+  ASSERT_EQ(symlink("kept", (dir / "link").c_str()), 0);
+  EXPECT_EQ(FSMSDirDelete((dir / "t").c_str(), "*.x"), 0);
+  EXPECT_FALSE(dir.Has("t/a.x") || dir.Has("t/s/c.x"));
+  EXPECT_TRUE(dir.Has("t/b") && dir.Has("t/s/d") && dir.Has("t/link"));
+  EXPECT_EQ(fremoved((dir / "t").c_str()), 0);
+  EXPECT_EQ(fremoved((dir / "link/").c_str()), 0);
+  EXPECT_FALSE(dir.Has("t") || dir.Has("link"));
+  EXPECT_TRUE(dir.Has("kept/file"));
+  EXPECT_EQ(fremoved((dir / "t").c_str()), 0);
+  EXPECT_EQ(FSMSDirDelete("/proc/self/fdinfo", nullptr), -1); // nothing there can be deleted
+}
+
+TEST(FSysJobs, MoveReplacesAndKeeps) {
+  Scratch dir;
+  for (const char* name : {"from/a", "from/s/b", "from/s/e/f"}) dir.Put(name, "new");
+  for (const char* name : {"to/a", "to/s/other", "kept/file"}) dir.Put(name, "old");
+  ASSERT_EQ(symlink("../kept", (dir / "from/link").c_str()), 0);
+  const std::string from = dir / "from", to = dir / "to";
+  EXPECT_EQ(frenamed(from.c_str(), (from + "/s/deeper").c_str()), -1);
+  EXPECT_EQ(frenamed(from.c_str(), (from + "/").c_str()), 0);
+  EXPECT_TRUE(dir.Has("from/s/e/f") && !dir.Has("from/s/deeper"));
+  EXPECT_EQ(frenamed(from.c_str(), to.c_str()), 0);
+  EXPECT_FALSE(dir.Has("from"));
+  EXPECT_EQ(dir.Get("to/a") + dir.Get("to/s/b") + dir.Get("to/s/e/f"), "newnewnew");
+  EXPECT_EQ(dir.Get("to/s/other") + dir.Get("kept/file"), "oldold");
+  EXPECT_TRUE(std::filesystem::is_symlink(dir / "to/link"));
+  EXPECT_EQ(frenamed(to.c_str(), (dir / "kept/file").c_str()), -1); // a file is in the way
+}
+
+TEST(FSysJobs, NewestTimes) {
+  Scratch dir;
+  const timespec old[2] = {{1000, 0}, {2000, 0}}, recent[2] = {{5000000000, 0}, {6000000000, 0}};
+  utimensat(AT_FDCWD, dir.Put("a", "").c_str(), old, 0);
+  utimensat(AT_FDCWD, dir.Put("s/b", "").c_str(), recent, 0);
+  tFSysMpScExtDT times{};
+  times.fMaxMin = true;
+  EXPECT_EQ(FSMSDirExtDT((dir / "").c_str(), &times), 0);
+  EXPECT_TRUE(times.oTBf.oATime == 5000000000 && times.oTBf.oMTime == 6000000000);
+  EXPECT_GT(times.oTBd.oMTime, 1000000000);
+  times.fMaxMin = false;
+  EXPECT_EQ(FSMSDirExtDT((dir / "").c_str(), &times), 0);
+  EXPECT_TRUE(times.oTBf.oMTime == -1 && times.oTBd.oCTime == -1);
+}
+
+TEST(FSysPaths, MakePath) {
+  const struct {
+    std::string path;
+    const char *name, *out;
+  } cases[] = {{"", "", ""}, {"", "n", "n"}, {"d", nullptr, "d/"}, {"d", "n", "d/n"}, {"d/", "n", "d/n"}};
+  for (auto c : cases) {
+    EXPECT_EQ(MakePath(c.path, c.name), strlen(c.out));
+    EXPECT_EQ(c.path, c.out);
+  }
+}
