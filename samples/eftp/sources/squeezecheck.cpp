@@ -2,6 +2,8 @@
 #include "gabids.h"
 #include "squeezenode.h"
 #include <algorithm>
+#include <initializer_list>
+#include <string_view>
 #include <vector>
 
 namespace zat {
@@ -184,28 +186,33 @@ tString Shown(const tString& oPath, tString oValue) {
   return out;
 }
 
-void DumpNode(const Buffer& o, uint64_t n, const tString& oParent, size_t lIndent, tString& oOut,
-              tString& oPath) {
+void Add(tString& oOut, std::initializer_list<std::string_view> oPieces) {
+  for (std::string_view piece : oPieces) oOut.append(piece);
+}
+
+// One line. Returns the node's path, oParent being that of the node above with a dot behind it.
+tString DumpNode(const Buffer& o, uint64_t n, const tString& oParent, size_t lIndent, tString& oOut) {
   oOut.append(lIndent * 2, ' ');
   uint64_t length = o.Word(n, kWordDataLen), value = 0;
   const char* data = o.BlobInside(n) ? o.Blob(n)->DataMem(length, &value) : nullptr;
   if (!data) {
-    oPath = oParent + "?";
-    oOut += "? [" + std::to_string(n) + "] unreadable\n";
-    return;
+    Add(oOut, {"? [", std::to_string(n), "] unreadable\n"});
+    return oParent + "?";
   }
   const tHeaderD* blob = o.Blob(n);
-  tString tag(blob->TagMem(length), blob->oTagLen);
-  oPath = oParent + tag;
-  oOut += tag + " [" + std::to_string(n) + "] " + TypeName(blob->oDataType);
+  std::string_view tag(blob->TagMem(length), blob->oTagLen);
+  tString path = oParent;
+  path.append(tag);
+  Add(oOut, {tag, " [", std::to_string(n), "] ", TypeName(blob->oDataType)});
   if (blob->oDataType == eDTlong && value >= sizeof(int64_t)) {
     int64_t number;
     memcpy(&number, data, sizeof number);
-    oOut += " " + Shown(oPath, std::to_string(number));
+    Add(oOut, {" ", Shown(path, std::to_string(number))});
   } else if (value > 0) {
-    oOut += "(" + std::to_string(value) + ") \"" + Shown(oPath, tString(data, value)) + "\"";
+    Add(oOut, {"(", std::to_string(value), ") \"", Shown(path, tString(data, value)), "\""});
   }
-  oOut += "\n";
+  oOut.append("\n");
+  return path;
 }
 
 } // namespace
@@ -219,13 +226,14 @@ bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow, tSqu
 tString SqueezeDump(const void* pvBuffer, uint64_t nSize) {
   if (!pvBuffer) return "store without memory\n";
   Buffer o(pvBuffer, nSize);
-  tString out = "store of " + std::to_string(nSize) + " bytes: " + std::to_string(o.nRecords) + " records, " +
-                std::to_string(o.nEmpty) + " empty, table to " + std::to_string(o.nTable) + ", data from " +
-                std::to_string(o.nData) + "\n";
+  tString out;
+  Add(out, {"store of ", std::to_string(nSize), " bytes: ", std::to_string(o.nRecords), " records, ",
+            std::to_string(o.nEmpty), " empty, table to ", std::to_string(o.nTable), ", data from ",
+            std::to_string(o.nData), "\n"});
   tSqueezeFault fault = CheckAll(o, eSCtags);
   if (fault.iInvariant != 0)
-    out += "damaged at " + std::to_string(fault.nOffset) + " (invariant " + std::to_string(fault.iInvariant) +
-           "): " + fault.pccWhat + "\n";
+    Add(out, {"damaged at ", std::to_string(fault.nOffset), " (invariant ", std::to_string(fault.iInvariant),
+              "): ", fault.pccWhat, "\n"});
 
   struct tOpen {
     uint64_t n;
@@ -243,10 +251,9 @@ tString SqueezeDump(const void* pvBuffer, uint64_t nSize) {
   while (!open.empty()) {
     tOpen at = std::move(open.back());
     open.pop_back();
-    tString path;
-    DumpNode(o, at.n, at.oParent, at.lIndent, out, path);
+    tString path = DumpNode(o, at.n, at.oParent, at.lIndent, out);
     later(o.Word(at.n, kWordRight), at.oParent, at.lIndent);
-    later(o.Word(at.n, kWordDown), path + ".", at.lIndent + 1); // taken first: children before siblings
+    later(o.Word(at.n, kWordDown), path.append("."), at.lIndent + 1); // taken first: children before siblings
   }
   return out;
 }
