@@ -18,6 +18,7 @@ constexpr size_t kHeader = 1 + 2; // start byte + length
 constexpr int kForever = -1;
 constexpr int kSilenceMs =
     30000;                    // a module that stops in the middle of a block for so long has died or hangs
+constexpr int kPeerMs = 100;  // how often a wait asks whether the other side has ended
 constexpr int kFirstFree = 3; // below are the standard descriptors, which any library may write to
 
 // Moves a new descriptor above the standard ones, and lets children inherit it or not. -1 on failure; the
@@ -94,21 +95,6 @@ private:
   bool fOn, fKeep = false;
   sigset_t oOnly, oBefore;
 };
-
-// Reads lLen bytes and, when pcEnd is given, one byte more into *pcEnd. Fewer when nothing comes for
-// iSilenceMs or nobody can write any more.
-size_t Fill(int iFd, char* pcIn, size_t lLen, char* pcEnd, int iSilenceMs) {
-  const size_t lAll = lLen + (pcEnd ? 1 : 0);
-  size_t lGot = 0;
-  while (lGot < lAll) {
-    const size_t lData = std::min(lGot, lLen);
-    const iovec moPieces[2] = {{pcIn + lData, lLen - lData}, {pcEnd, pcEnd ? 1u : 0u}};
-    const ssize_t lNow = Take(iFd, moPieces, 2);
-    if (lNow < 0 || (lNow == 0 && !Await(iFd, POLLIN, iSilenceMs))) break;
-    lGot += static_cast<size_t>(lNow);
-  }
-  return lGot;
-}
 
 // One write that never waits: the bytes moved, 0 when there is no room, -1 when nobody can read them.
 ssize_t Put(int iFd, const iovec* poPieces, int iCount, bool fShield) {
@@ -188,6 +174,11 @@ int UnnamedPipes::Write(const void* pvOut, int iLen) {
   return static_cast<int>(std::max<ssize_t>(0, Put(miHLoc[1], &oPiece, 1, MayBreak())));
 }
 
+void UnnamedPipes::SetPeerCheck(bool (*gone)(void* peer), void* peer) {
+  procGone = gone;
+  pvPeer = peer;
+}
+
 bool UnnamedPipes::WaitIn(int iMs) { return Await(miHLoc[0], POLLIN, std::max(0, iMs)); }
 
 int UnnamedPipes::ReadBlock(void* pvIn, int iLen, tBType oBT) {
@@ -196,7 +187,7 @@ int UnnamedPipes::ReadBlock(void* pvIn, int iLen, tBType oBT) {
   const size_t lLen = static_cast<size_t>(iLen);
   char mcSysC[2];
   if (GetSysC(oBT, mcSysC)) return ReadFramed(pcIn, lLen, oBT & eBTcanb, mcSysC);
-  const size_t lGot = Fill(miHLoc[0], pcIn, lLen, nullptr, kForever);
+  const size_t lGot = Fill(pcIn, lLen, nullptr, kForever);
   Consumed(lGot);
   return static_cast<int>(lGot);
 }
@@ -226,11 +217,39 @@ bool UnnamedPipes::GetSysC(tBType oBT, char* mcSysC) {
   return true;
 }
 
+// Waits until the pipe can be read or has ended: at most iMs milliseconds (negative: no limit) and, where the owner
+// can tell, no longer than the other side is there.
+bool UnnamedPipes::AwaitIn(int iMs) {
+  if (!procGone) return Await(miHLoc[0], POLLIN, iMs);
+  for (int iLeft = iMs; iLeft != 0;) {
+    const int iSlice = iLeft < 0 ? kPeerMs : std::min(iLeft, kPeerMs);
+    if (Await(miHLoc[0], POLLIN, iSlice)) return true;
+    if (procGone(pvPeer)) return Await(miHLoc[0], POLLIN, 0); // what it wrote last is still read
+    if (iLeft > 0) iLeft -= iSlice;
+  }
+  return false;
+}
+
+// Reads lLen bytes and, when pcEnd is given, one byte more into *pcEnd. Fewer when nothing comes for
+// iSilenceMs, nobody can write any more or the other side is gone.
+size_t UnnamedPipes::Fill(char* pcIn, size_t lLen, char* pcEnd, int iSilenceMs) {
+  const size_t lAll = lLen + (pcEnd ? 1 : 0);
+  size_t lGot = 0;
+  while (lGot < lAll) {
+    const size_t lData = std::min(lGot, lLen);
+    const iovec moPieces[2] = {{pcIn + lData, lLen - lData}, {pcEnd, pcEnd ? 1u : 0u}};
+    const ssize_t lNow = Take(miHLoc[0], moPieces, 2);
+    if (lNow < 0 || (lNow == 0 && !AwaitIn(iSilenceMs))) break;
+    lGot += static_cast<size_t>(lNow);
+  }
+  return lGot;
+}
+
 // Discards the rest of an earlier block, then the bytes in front of a start byte, and takes the start byte.
 // False when the caller is not to wait for it, or nobody can write any more.
 bool UnnamedPipes::FindStart(bool fCanBreak, const char* mcSysC) {
   for (;;) {
-    if (!fCanBreak && !Await(miHLoc[0], POLLIN, kForever)) return false;
+    if (!fCanBreak && !AwaitIn(kForever)) return false;
     char mcBytes[512];
     const bool fMayStart = lRest == 0 || fRestLate;
     const iovec oPiece{mcBytes, fMayStart ? 1 : std::min(lRest, sizeof mcBytes)};
@@ -255,12 +274,12 @@ int UnnamedPipes::ReadFramed(char* pcIn, size_t lLen, bool fCanBreak, const char
   const int iSilence = fCanBreak ? kSilenceMs : kForever;
   unsigned char mbLen[2];
   char* const pcLen = reinterpret_cast<char*>(mbLen);
-  if (Fill(miHLoc[0], pcLen, sizeof mbLen, nullptr, iSilence) != sizeof mbLen) return 0;
+  if (Fill(pcLen, sizeof mbLen, nullptr, iSilence) != sizeof mbLen) return 0;
   const size_t lTold = mbLen[0] | static_cast<size_t>(mbLen[1]) << 8;
 
   char cEnd = 0;
   const bool fFits = lTold <= lLen;
-  size_t lGot = Fill(miHLoc[0], pcIn, std::min(lTold, lLen), fFits ? &cEnd : nullptr, iSilence);
+  size_t lGot = Fill(pcIn, std::min(lTold, lLen), fFits ? &cEnd : nullptr, iSilence);
   if (lGot < (fFits ? lTold + 1 : lLen)) return GiveUp(lTold + 1 - lGot);
   if (!fFits) {
     lRest = lTold + 1 - lLen;
@@ -272,7 +291,7 @@ int UnnamedPipes::ReadFramed(char* pcIn, size_t lLen, bool fCanBreak, const char
       break;
     }
     pcIn[lGot++] = cEnd;
-    if (Fill(miHLoc[0], nullptr, 0, &cEnd, iSilence) == 0) return GiveUp(1);
+    if (Fill(nullptr, 0, &cEnd, iSilence) == 0) return GiveUp(1);
   }
   return static_cast<int>(lGot);
 }

@@ -66,6 +66,11 @@ struct UnnamedPipes {
   int Read(void* pvIn, int iLen);
   int Write(const void* pvOut, int iLen);
 
+  // While a read waits, `gone` is asked about every 100 ms whether the other side has ended; once it says so and the
+  // pipe is empty, the read stops waiting, as if the time had run out. It is needed because the creator holds a
+  // write end itself and so never sees the end of the pipe. Null: nobody is asked. `peer` is handed to it.
+  void SetPeerCheck(bool (*gone)(void* peer), void* peer);
+
   // Waits until something can be read or nobody can write any more, for at most iMs milliseconds (a negative
   // count is taken as 0); interrupted waits are taken up again. True when it came to that, false when the
   // time has passed. On a closed channel the time just passes.
@@ -105,7 +110,12 @@ struct UnnamedPipes {
   static bool GetSysC(tBType oBT, char* mcSysC);
 
 private:
+  bool (*procGone)(void*) = nullptr;
+  void* pvPeer = nullptr;
+
   bool MayBreak() const { return miHExt[0] == -1; } // nobody here keeps a reader for what is written
+  bool AwaitIn(int iMs);
+  size_t Fill(char* pcIn, size_t lLen, char* pcEnd, int iSilenceMs);
   bool FindStart(bool fCanBreak, const char* mcSysC);
   int ReadFramed(char* pcIn, size_t lLen, bool fCanBreak, const char* mcSysC);
   int GiveUp(size_t lLeft);
