@@ -1,0 +1,301 @@
+#include "SLogger.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "initorder.h"
+#include "simplecfg.h"
+#include "util.h"
+#include "utilf.h"
+
+namespace {
+
+constexpr unsigned long kMiB = 1024 * 1024;
+constexpr long kDefaultMegabytes = 15;
+constexpr long kMegabyteModulus = 11; // see ConfiguredLimit
+constexpr tTicks kOpenLockMs = 1000;
+constexpr tTicks kWriteLockMs = 60000;
+constexpr tTicks kWriteLockLostMs = 50;
+constexpr size_t kBackupMark = 5; // the backup name differs in its fifth character from the end
+constexpr int kRawPrefixLevel = 50;
+constexpr uintptr_t kFirstPage = 4096;
+constexpr int kFirstFreeDescriptor = 3; // 0 to 2 belong to the host, even when it has closed them
+
+struct LevelRow {
+  char cLetter;
+  int iThreshold;
+};
+constexpr LevelRow kLevels[] = {{'H', 100}, {'L', 200}};
+constexpr char kDefaultLetter = 'M';
+constexpr int kDefaultThreshold = 150;
+constexpr char kLevelVariable[] = "ZAT_L_LEVEL";
+
+// printf at the end of a string: a stack buffer holds almost every line, longer ones are formatted again in place.
+void AppendFormatted(tString& line, const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
+void AppendFormatted(tString& line, const char* fmt, va_list args) {
+  char quick[1024];
+  va_list again;
+  va_copy(again, args);
+  int length = vsnprintf(quick, sizeof quick, fmt, args);
+  if (length > 0 && static_cast<size_t>(length) < sizeof quick) {
+    line.append(quick, static_cast<size_t>(length));
+  } else if (length > 0) {
+    size_t old = line.size();
+    line.resize(old + static_cast<size_t>(length) + 1);
+    vsnprintf(line.data() + old, static_cast<size_t>(length) + 1, fmt, again);
+    line.pop_back();
+  }
+  va_end(again);
+}
+
+// "2026-11-21 14.03.59 {0000ABCD}", with which every line of both logs begins.
+tString LineStart() {
+  time_t now = time(nullptr);
+  struct tm local = {};
+  localtime_r(&now, &local);
+  char text[64];
+  size_t length = strftime(text, 32, "%Y-%m-%d %H.%M.%S", &local);
+  length += static_cast<size_t>(
+      snprintf(text + length, sizeof text - length, " {%08X}", static_cast<unsigned>(GetPId())));
+  return tString(text, length);
+}
+
+// Opens for appending above the standard descriptors: a host that closed its standard output must not find our
+// log in its place.
+FILE* OpenAppending(const char* name, bool clear) {
+  int fd = ::open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | (clear ? O_TRUNC : 0), 0666);
+  if (fd >= 0 && fd < kFirstFreeDescriptor) {
+    int above = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+    ::close(fd);
+    fd = above;
+  }
+  FILE* stream = fd < 0 ? nullptr : fdopen(fd, "a");
+  if (!stream && fd >= 0) ::close(fd);
+  return stream;
+}
+
+// The limit in bytes from the configured megabytes. Only the remainder of a division by 11 counts: 10 is 10 MiB,
+// 11 is 0, the default of 15 is 4 MiB. Installations rely on it: whatever is configured, a log stays below 11 MiB.
+unsigned long ConfiguredLimit(long megabytes) {
+  return megabytes < 0 ? 0 : static_cast<unsigned long>(megabytes % kMegabyteModulus) * kMiB;
+}
+
+} // namespace
+
+bool IsSelfAddress(const void* pvSelf, size_t lOfs) {
+  uintptr_t address = reinterpret_cast<uintptr_t>(pvSelf);
+  if (address < kFirstPage || address % alignof(void*) != 0) return false;
+  return *reinterpret_cast<void* const volatile*>(address + lOfs) == pvSelf;
+}
+
+SLogger::SLogger()
+    : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
+      fLockLost(false) {
+  tString path;
+  DetectLocDir("[GSLog]", path);
+  tString home = path;
+  ConvertLocToHome(home);
+  SimpleCfg cfg;
+  if (cfg.LoadFile((home + "micromgl" + ".cfg").c_str()) >= 0) {
+    const char* name = cfg.GetValue("ENV", "LOGFILE", "");
+    path = *name ? tString(name) : path + "/" + "zat_comm.log";
+    ulMSize = ConfiguredLimit(cfg.GetLongValue("ENV", "LOGMEGSIZE", kDefaultMegabytes));
+  } // otherwise the path stays a directory, which does not open: no log without a configuration
+  open(path.c_str(), false);
+  SetGlobLogLevel(this);
+}
+
+SLogger::SLogger(const char* pcFName, bool fClear)
+    : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
+      fLockLost(false) {
+  open(pcFName, fClear);
+}
+
+SLogger::~SLogger() {
+  // Through volatile: to the compiler this object is dead, and a plain store would be dropped, which would leave
+  // the freed memory looking like a living logger.
+  *const_cast<void* volatile*>(&pvSelfForCheck) = nullptr;
+  close();
+}
+
+void SLogger::open(const char* pcFName, bool fClear) {
+  close();
+  fStdOut = strcmp(pcFName, "stdout") == 0;
+  oFLockN = tString(pcFName) + ".lck";
+  if (fStdOut) {
+    poOut = stdout;
+  } else {
+    CheckSize(pcFName);
+    poOut = OpenAppending(pcFName, fClear);
+  }
+}
+
+void SLogger::CheckSize(const char* pcFName) {
+  if (strlen(pcFName) < kBackupMark || fdpresent(pcFName) == 0) return; // nothing that has a backup name
+  if (TakeLock(kOpenLockMs)) {
+    Rotate(pcFName);
+    remflock(oFLockN.c_str());
+  } else {
+    AppendToFLog(nullptr, "Can`t lock '%s' - skip log checksize", oFLockN.c_str());
+  }
+}
+
+void SLogger::Rotate(const char* pcFName) {
+  tString backup = pcFName;
+  backup[backup.size() - kBackupMark] = '2';
+  if (backup == pcFName || fgetsize(pcFName) <= ulMSize) return;
+  fremove(backup.c_str());
+  // A failed rename leaves the large file where it is: a log that grows is better than one that is lost.
+  if (frename(pcFName, backup.c_str()) == 0) fremove(pcFName);
+}
+
+bool SLogger::TakeLock(tTicks iMsWait) {
+  tTicks start = TicksGet();
+  bool taken = tryflock(oFLockN.c_str()) == 0;
+  while (!taken && !TicksEnd(start, iMsWait)) {
+    YieldMS(1);
+    taken = tryflock(oFLockN.c_str()) == 0;
+  }
+  return taken;
+}
+
+void SLogger::close() {
+  if (poOut && !fStdOut) fclose(poOut);
+  poOut = nullptr;
+}
+
+void SLogger::SetLevel(int lvl) { iLvl = lvl; }
+int SLogger::GetLevel() const { return iLvl; }
+bool SLogger::Wants(int lvl) const { return poOut && lvl >= iLvl; }
+
+bool SLogger::ItIsMe(void* pvSelf, int) {
+  bool mine = IsSelfAddress(pvSelf, offsetof(SLogger, pvSelfForCheck));
+  if (!mine) AppendToFLog(nullptr, "Addr %p - is not (SLogger*)", pvSelf);
+  return mine;
+}
+
+void SLogger::Write(int lvl, const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  WriteV(lvl, fmt, args);
+  va_end(args);
+}
+
+void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
+  if (!Wants(lvl)) return;
+  fLockLost = !TakeLock(fLockLost ? kWriteLockLostMs : kWriteLockMs);
+  if (fLockLost) AppendToFLog(nullptr, "Can`t lock '%s' - skip block log", oFLockN.c_str());
+
+  tString line = LineStart();
+  if (iLvl <= kRawPrefixLevel) line += " L[" + std::to_string(iLvl) + ":" + std::to_string(lvl) + "]";
+  line += " : ";
+  AppendFormatted(line, fmt, args);
+  line += "\r\n";
+  fwrite(line.data(), 1, line.size(), poOut); // a full disk loses the line: there is nowhere left to say so
+  fflush(poOut);
+
+  // Released even when the lock was not ours: a lock file that outlived its writer goes away with the first line
+  // that could not wait for it, so that the lines after it do not wait again.
+  remflock(oFLockN.c_str());
+}
+
+void SLogger::Data(int lvl, const char* msg, const char* pcData, int iLen, bool fBinary) {
+  if (iLen <= 0 || !Wants(lvl)) return;
+  tString text = msg;
+  text.reserve(text.size() +
+               static_cast<size_t>(iLen) * (fBinary ? 2 : 1)); // no copies left behind by growing
+  if (!fBinary) text.append(pcData, static_cast<size_t>(iLen));
+  for (int i = 0; fBinary && i < iLen; ++i) {
+    char digits[3];
+    if (snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(pcData[i])) != 2) {
+      text += "!(^_^)!"; // a dump that goes wrong says so where it stops
+      break;
+    }
+    text += digits;
+  }
+  Write(lvl, "%s", text.c_str());
+}
+
+void PutGlobLogLevel(char cLevel) {
+  const char text[2] = {cLevel, '\0'};
+  const char* now = getenv(kLevelVariable);
+  // setenv is not safe beside a reader in another thread of the host, so it is called only to change something.
+  if (!now || strcmp(now, text) != 0) setenv(kLevelVariable, text, 1);
+}
+
+char GetGlobLogLevel() {
+  const char* now = getenv(kLevelVariable);
+  return now ? *now : kDefaultLetter;
+}
+
+void SetGlobLogLevel(SLogger* poLog) {
+  if (!SLogger::ItIsMe(poLog)) return;
+  char letter = GetGlobLogLevel();
+  int threshold = kDefaultThreshold;
+  for (const LevelRow& row : kLevels)
+    if (row.cLetter == letter) threshold = row.iThreshold;
+  poLog->SetLevel(threshold);
+}
+
+bool AppendToFLog(const char* pccFName, const char* fmt, ...) {
+  FILE* stream = OpenAppending(pccFName ? pccFName : "zat_expt.log", false);
+  if (!stream) return false;
+  tString line = LineStart() + " : ";
+  va_list args;
+  va_start(args, fmt);
+  AppendFormatted(line, fmt, args);
+  va_end(args);
+  line += "\r\n";
+  bool written = fwrite(line.data(), 1, line.size(), stream) == line.size();
+  return fclose(stream) == 0 && written;
+}
+
+void GSLog(int lvl, const char* fmt, ...) {
+  if (!SLogger::ItIsMe(poGSLog)) return;
+  va_list args;
+  va_start(args, fmt);
+  poGSLog->WriteV(lvl, fmt, args);
+  va_end(args);
+}
+
+void GSData(int lvl, const char* msg, const char* pcData, int iLen, bool fBinary) {
+  if (SLogger::ItIsMe(poGSLog)) poGSLog->Data(lvl, msg, pcData, iLen, fBinary);
+}
+
+bool GSWants(int lvl) { return SLogger::ItIsMe(poGSLog) && poGSLog->Wants(lvl); }
+
+void GSErrno(const char* who, const char* what, const char* name) {
+  int code = errno;
+  const char* constant = strerrorname_np(code);
+  const char* text = strerrordesc_np(code); // never translated: the log reads the same in every shop
+  GSLog(300, "[%s] %s '%s': %s, %s", who, what, name, constant ? constant : "?", text ? text : "?");
+  errno = code;
+}
+
+SLogger* poGSLog = nullptr;
+
+namespace {
+
+// Makes the global logger when the object is loaded and ends it when it is unloaded. Running out of memory there
+// leaves the object silent rather than stopping the host's start.
+struct AutoInit {
+  AutoInit() {
+    try {
+      poGSLog = new SLogger;
+    } catch (const std::bad_alloc&) { poGSLog = nullptr; }
+  }
+  ~AutoInit() {
+    if (SLogger::ItIsMe(poGSLog)) delete poGSLog;
+    poGSLog = nullptr;
+  }
+};
+
+ZAT_INIT_LOGGER AutoInit libautoinit;
+
+} // namespace
