@@ -1,0 +1,34 @@
+// A scratch installation, and the programs run in it.
+#pragma once
+#include "scratch.h"
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+
+inline const std::string kUpdater = std::string(ZAT_INSTALLATION) + "/BIN/zat_mu";
+
+// The exit code of a shell command line; -1 when it was killed. Its complaints are not wanted here.
+inline int Exit(const std::string& line) {
+  const int status = std::system((line + " 2>/dev/null").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+inline int RunUpdater(const std::string& first, const std::string& second) {
+  return Exit(kUpdater + " \"" + first + "\" \"" + second + "\"");
+}
+
+// Waits for something that another process does. False when it did not come about in 10 s.
+inline bool Eventually(const std::function<bool()>& fWanted) {
+  for (int i = 0; i < 10000; ++i) {
+    if (fWanted()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return false;
+}
+
+inline void PutProgram(const Scratch& oAt, const std::string& name, const std::string& text) {
+  chmod(oAt.Put(name, text).c_str(), 0755);
+}

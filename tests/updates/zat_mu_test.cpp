@@ -1,0 +1,283 @@
+// The updater as a program: what it unpacks, what it refuses, and that an installation survives a kill anywhere.
+#include "killer.h"
+#include "updroot.h"
+#include "utilf.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every name below a directory with what stands there: the bytes of a file, the target of a link.
+std::map<std::string, std::string> Snapshot(const std::string& top) {
+  std::map<std::string, std::string> all;
+  for (const auto& entry : fs::recursive_directory_iterator(top)) {
+    const std::string name = fs::relative(entry.path(), top).string();
+    if (entry.is_symlink())
+      all[name] = "-> " + fs::read_symlink(entry.path()).string();
+    else if (entry.is_directory())
+      all[name] = "directory";
+    else {
+      std::ifstream in(entry.path(), std::ios::binary);
+      const bool runs = (entry.status().permissions() & fs::perms::owner_exec) != fs::perms::none;
+      all[name] = (runs ? "program " : "") + std::string(std::istreambuf_iterator<char>(in), {});
+    }
+  }
+  return all;
+}
+
+// An update as a shop gets it.
+void PutTree(const Scratch& oAt, const std::string& top, const std::string& version) {
+  PutProgram(oAt, top + "/BIN/zat_mm", "module " + version);
+  oAt.Put(top + "/BIN/libzat_ms.so", std::string(50, 'x') + version);
+  oAt.Put(top + "/micromgl.cfg", "configuration " + version);
+  oAt.Put(top + "/texts/\xCF\xF0.txt", "texts " + version); // a name that is no UTF-8
+  symlink("../micromgl.cfg", (oAt / (top + "/texts/link")).c_str());
+}
+
+// One tar header with its bytes.
+std::string TarEntry(const std::string& name, char type, const std::string& link,
+                     const std::string& bytes = "") {
+  std::string block(512, '\0');
+  name.copy(&block[0], 100);
+  snprintf(&block[100], 8, "%07o", 0644);
+  snprintf(&block[124], 12, "%011zo", bytes.size());
+  block[156] = type;
+  link.copy(&block[157], 100);
+  memcpy(&block[257],
+         "ustar\0"
+         "00",
+         8);
+  block.replace(148, 8, 8, ' ');
+  unsigned sum = 0;
+  for (unsigned char c : block) sum += c;
+  snprintf(&block[148], 8, "%06o", sum);
+  return block + bytes + std::string((512 - bytes.size() % 512) % 512, '\0');
+}
+
+std::string PutArchive(const Scratch& oAt, const std::string& tar) {
+  oAt.Put("made.tar", tar + std::string(1024, '\0'));
+  EXPECT_EQ(Exit("gzip -nkf " + oAt / "made.tar"), 0);
+  return oAt / "made.tar.gz";
+}
+
+TEST(Updater, UnpacksWhatItPacked) {
+  Scratch at;
+  PutTree(at, "tree", "2");
+  fs::create_directory(at / "tree/empty");
+  ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "0000001A.000"), 0);
+  ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "again"), 0);
+  EXPECT_EQ(at.Get("0000001A.000"), at.Get("again"));
+  EXPECT_FALSE(at.Has("0000001A.000.tmp"));
+  EXPECT_EQ(RunUpdater(at / "0000001A.000", at / "out"), 2);
+  EXPECT_EQ(Snapshot(at / "out"), Snapshot(at / "tree"));
+  EXPECT_EQ(RunUpdater(at / "0000001A.000", at / "out"), 1) << "a directory with somebody's files in it";
+  EXPECT_EQ(Snapshot(at / "out"), Snapshot(at / "tree"));
+  EXPECT_EQ(Exit(kUpdater), 0) << "the check of itself";
+}
+
+TEST(Updater, ReplacesWhatABrokenOffUnpackingLeft) {
+  Scratch at;
+  PutTree(at, "tree", "2");
+  ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "update"), 0);
+  int kills = 0;
+  for (int n = 1; n < 1000 && RunAndKillAt({kUpdater, at / "update", at / "out"}, n); ++n, ++kills) {
+    if (n % 3) continue; // the leftover of a leftover, too
+    ASSERT_EQ(RunUpdater(at / "update", at / "out"), 2) << "after a kill at change " << n;
+    ASSERT_EQ(Snapshot(at / "out"), Snapshot(at / "tree"));
+    fs::remove_all(at / "out");
+  }
+  EXPECT_GT(kills, 10);
+}
+
+TEST(Updater, RefusesDamage) {
+  Scratch at;
+  PutTree(at, "tree", "2");
+  std::vector<std::string> files;
+  ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "xz"), 0);
+  for (const char* packing : {"gzip", "bzip2"})
+    ASSERT_EQ(Exit("tar -C " + at / "tree" + " -cf - . | " + packing + " > " + at / packing), 0);
+  for (const char* packing : {"xz", "gzip", "bzip2"}) {
+    const std::string whole = at.Get(packing);
+    ASSERT_EQ(RunUpdater(at / packing, at / "out"), 2);
+    fs::remove_all(at / "out");
+    for (size_t i = 10; i < whole.size(); i += whole.size() / 12) { // past gzip's time stamp
+      std::string flipped = whole;
+      flipped[i] = static_cast<char>(flipped[i] ^ 4);
+      for (const std::string& bad : {flipped, whole.substr(0, i), whole.substr(0, whole.size() - 1)}) {
+        EXPECT_EQ(RunUpdater(at.Put("bad", bad), at / "out"), 1) << packing << " at " << i;
+        EXPECT_TRUE(!at.Has("out") || fs::is_empty(at / "out"));
+      }
+    }
+  }
+  ASSERT_EQ(Exit("tar -C " + at / "tree" + " -cf " + at / "plain .") +
+                Exit("xz --check=none -k " + at / "plain"),
+            0);
+  EXPECT_EQ(RunUpdater(at / "plain", at / "out"), 1);
+  EXPECT_EQ(RunUpdater(at / "plain.xz", at / "out"), 1);
+}
+
+TEST(Updater, RefusesWhatLeavesTheDirectory) {
+  const std::string file = TarEntry("a/b/file", '0', "", "text");
+  struct {
+    const char* what;
+    std::string tar;
+    int code;
+  } const rows[] = {
+      {"plain", file, 2},
+      {"link beside", file + TarEntry("a/b/link", '2', "file"), 2},
+      {"link up inside", file + TarEntry("a/b/link", '2', "../../a/b/file"), 2},
+      {"hard link", file + TarEntry("other", '1', "./a/b/file"), 2},
+      {"dots", TarEntry("./a/./b", '0', "", "text"), 2},
+      {"absolute", TarEntry("/tmp/zat_escaped", '0', "", "text"), 1},
+      {"up", TarEntry("../zat_escaped", '0', "", "text"), 1},
+      {"up inside", TarEntry("a/../../zat_escaped", '0', "", "text"), 1},
+      {"absolute link", file + TarEntry("link", '2', "/etc"), 1},
+      {"link up", file + TarEntry("a/link", '2', "../.."), 1},
+      {"link up from below", file + TarEntry("a/b/up", '2', "../..") + TarEntry("out", '2', "a/b/up/../x"),
+       1},
+      {"through a link", file + TarEntry("a/c", '2', "b") + TarEntry("a/c/new", '0', "", "text"), 1},
+      {"hard link out", TarEntry("passwd", '1', "/etc/passwd"), 1},
+      {"hard link up", TarEntry("passwd", '1', "../../../../../../etc/passwd"), 1},
+      {"hard link to a link", file + TarEntry("a/b/up", '2', "../..") + TarEntry("up", '1', "a/b/up"), 1},
+      {"device", TarEntry("null", '3', ""), 1},
+      {"pipe", file + TarEntry("pipe", '6', ""), 1},
+      {"twice", file + file, 1},
+      {"lock", TarEntry("updtlock.lck", '0', "", "text"), 1},
+      {"directory lock", TarEntry("updtlock.lck/x", '0', "", "text"), 1},
+      {"client lock", TarEntry("cid7.lck", '0', "", "text"), 1},
+      {"nothing", "", 1},
+  };
+  for (const auto& row : rows) {
+    Scratch at;
+    fs::create_directory(at / "in");
+    EXPECT_EQ(RunUpdater(PutArchive(at, row.tar), at / "in/"), row.code) << row.what;
+    EXPECT_EQ(fs::is_empty(at / "in"), row.code != 2) << row.what;
+    EXPECT_FALSE(at.Has("zat_escaped") || fs::exists("/tmp/zat_escaped")) << row.what;
+  }
+}
+
+// An installation with version 1 in it and version 2 unpacked.
+struct Installation : Scratch {
+  Installation() {
+    PutTree(*this, "root", "1");
+    Put("root/mine.txt", "stays");
+    PutTree(*this, "root/UPDATE_T", "2");
+    Put("root/UPDATE_T/new/file", "new");
+  }
+  std::string Root() const { return *this / "root/"; }
+  std::string Tree() const { return *this / "root/UPDATE_T/"; }
+  int Install() const { return RunUpdater(Tree(), Root()); }
+  bool Over() const {
+    return Eventually(
+        [&] { return !fs::exists(Root() + "updtlock.lck") && !fs::exists(Root() + "updtlock.lck.done"); });
+  }
+  // What should stand there in the end; the report aside.
+  std::map<std::string, std::string> Wanted() const {
+    Scratch model;
+    PutTree(model, "root", "2");
+    model.Put("root/mine.txt", "stays");
+    model.Put("root/new/file", "new");
+    PutProgram(model, "root/BIN/zat_mm.prev", "module 1");
+    return Snapshot(model / "root");
+  }
+  std::map<std::string, std::string> Found() const {
+    auto all = Snapshot(Root());
+    all.erase("updtlast.log");
+    all.erase("mainlock.lck"); // of an updater that was killed
+    return all;
+  }
+};
+
+TEST(Updater, Installs) {
+  Installation at;
+  const std::string main = at.Root() + "mainlock.lck", lock = at.Root() + "updtlock.lck";
+  ASSERT_EQ(putflock(main.c_str()), 0);
+  ASSERT_EQ(at.Install(), 3);
+  // The launcher that started it is inside its main lock still: until it has seen the update lock, that one stays.
+  EXPECT_TRUE(Eventually([&] { return !fs::exists(at.Tree()); })) << "the tree goes when all is in place";
+  EXPECT_EQ(isflock(lock.c_str()), 1);
+  EXPECT_NE(tryflock(lock.c_str()), 0);
+  EXPECT_NE(remflock(lock.c_str()), 0);
+  EXPECT_EQ(isflock(lock.c_str()), 1) << "nobody else can remove it";
+  EXPECT_EQ(RunUpdater(at.Root(), at.Root()), 1) << "the root itself is no update";
+  EXPECT_EQ(RunUpdater(at.Tree(), at.Root()), 4) << "one at a time";
+  ASSERT_EQ(remflock(main.c_str()), 0);
+  EXPECT_TRUE(at.Over());
+  EXPECT_EQ(at.Found(), at.Wanted());
+  EXPECT_THAT(at.Get("root/updtlast.log"), testing::HasSubstr("installed\n"));
+}
+
+TEST(Updater, LeavesTheInstallationAloneWhenItCannotInstall) {
+  struct {
+    const char* what;
+    std::function<void(Installation&)> spoil;
+    int code;
+  } const rows[] = {
+      {"a file where a directory stands", [](auto& at) { at.Put("root/new/file/deeper", ""); }, 1},
+      {"a directory where a file stands", [](auto& at) { at.Put("root/new", ""); }, 1},
+      {"no tree", [](auto& at) { fs::remove_all(at.Tree()); }, 1},
+      {"a tree that is not whole", [](auto& at) { at.Put("root/UPDATE_T/.zat_mu", ""); }, 1},
+      {"a link out", [](auto& at) { fs::create_symlink("/etc", at.Tree() + "etc"); }, 1},
+      {"a launcher at work", [](auto& at) { ASSERT_EQ(putflock((at.Root() + "updtlock.lck").c_str()), 0); },
+       4},
+  };
+  for (const auto& row : rows) {
+    Installation at;
+    row.spoil(at);
+    const auto before = at.Found();
+    EXPECT_EQ(at.Install(), row.code) << row.what;
+    EXPECT_EQ(at.Found(), before) << row.what;
+    remflock((at.Root() + "updtlock.lck").c_str());
+  }
+  Installation at; // a lock file that a dead launcher has left is no hindrance
+  at.Put("root/updtlock.lck", "99999999\r\n5");
+  EXPECT_EQ(at.Install(), 3);
+  EXPECT_TRUE(at.Over());
+  EXPECT_EQ(at.Found(), at.Wanted());
+}
+
+TEST(Updater, NextRunMendsAnInstallationKilledAnywhere) {
+  int kills = 0;
+  for (bool killed = true; killed; kills += killed) {
+    Installation at;
+    const auto before = at.Found(), wanted = at.Wanted();
+    killed = RunAndKillAt({kUpdater, at.Tree(), at.Root()}, kills + 1);
+    for (const auto& [name, bytes] : at.Found()) { // old or new in each place
+      if (!wanted.count(name) || !before.count(name)) continue;
+      ASSERT_THAT(bytes, testing::AnyOf(before.at(name), wanted.at(name)))
+          << name << " at change " << kills + 1;
+    }
+    const bool left = fs::exists(at.Root() + "updtlock.lck") || fs::exists(at.Tree());
+    ASSERT_EQ(at.Install(), left ? 3 : 1) << "after a kill at change " << kills + 1;
+    ASSERT_TRUE(at.Over());
+    ASSERT_EQ(at.Found(), wanted) << "after a kill at change " << kills + 1;
+  }
+  EXPECT_GT(kills, 30);
+}
+
+TEST(Updater, GivesUpAnInstallationThatKeepsFailing) {
+  Installation at;
+  int starts = 0;
+  // Killed as soon as the lock stands, again and again.
+  while (RunAndKillAt({kUpdater, at.Tree(), at.Root()}, 8) && fs::is_directory(at.Root() + "updtlock.lck"))
+    ASSERT_LT(++starts, 10);
+  EXPECT_EQ(isflock((at.Root() + "updtlock.lck").c_str()), 0) << "tills are let in again";
+}
+
+TEST(Updater, OnlyOneInstalls) {
+  Installation at;
+  const std::string line = kUpdater + " " + at.Tree() + " " + at.Root() + "; echo $? >> " + at / "codes";
+  std::string all;
+  for (int i = 0; i < 6; ++i) all += "(" + line + ") & ";
+  Exit(all + "wait");
+  EXPECT_TRUE(at.Over());
+  const std::string codes = at.Get("codes");
+  EXPECT_EQ(codes.size(), 12u);
+  EXPECT_EQ(std::count(codes.begin(), codes.end(), '3'), 1) << codes;
+  EXPECT_EQ(at.Found(), at.Wanted());
+}
+
+} // namespace
