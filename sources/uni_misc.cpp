@@ -56,6 +56,9 @@ private:
   plain.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) sigaction(number, &plain, nullptr);
   sigprocmask(SIG_SETMASK, mask, nullptr);
+  // A session of its own: Ctrl-C on the till's terminal, and its closing, are sent to every program of that terminal,
+  // and would kill the module in the middle of a payment.
+  setsid();
   execv(arguments[0], arguments);
   _exit(kNotExecuted);
 }
