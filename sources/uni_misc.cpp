@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <new>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "mmisc.h"
+#include "util.h"
 
 namespace {
 
@@ -78,6 +80,19 @@ pid_t Start(char* const* arguments) {
   return child;
 }
 
+// Waits for the end of a process, and kills its group when the time is over. The raw status; -1 when it is lost.
+int WaitOrKill(pid_t child, uint64_t ms) {
+  tTicks begin = TicksGet();
+  bool killed = false;
+  int status = -1;
+  pid_t got;
+  while ((got = waitpid(child, &status, WNOHANG)) == 0 || (got < 0 && errno == EINTR)) {
+    if (!killed && TicksEnd(begin, ms)) killed = kill(-child, SIGKILL) == 0;
+    SleepMS(1);
+  }
+  return got == child ? status : -1;
+}
+
 void Free(ProcessHandle* handle) {
   FreeArgV(handle->mpcArgV, kArguments);
   delete handle;
@@ -89,6 +104,16 @@ int SysCall(const char* pccStr, int* piOrg) {
   DefaultSignal children(
       SIGCHLD); // otherwise the status of our shell could be gone before system() asks for it
   int status = system(pccStr);
+  if (piOrg) *piOrg = status;
+  return static_cast<int8_t>(status >> 8);
+}
+
+int SysCallFor(const char* pccStr, uint64_t iMS, int* piOrg) {
+  DefaultSignal children(SIGCHLD);
+  std::string shell = "/bin/sh", option = "-c", line = pccStr;
+  char* arguments[] = {shell.data(), option.data(), line.data(), nullptr};
+  pid_t child = Start(arguments);
+  int status = child < 0 ? -1 : WaitOrKill(child, iMS);
   if (piOrg) *piOrg = status;
   return static_cast<int8_t>(status >> 8);
 }

@@ -8,6 +8,11 @@
 // handler of its own: the signal has its default meaning for the time of the call.
 int SysCall(const char* pccStr, int* piOrg = nullptr);
 
+// SysCall with a limit: once iMS milliseconds are over, the shell and all that stayed in its process group are killed
+// outright, and the raw status tells of SIGKILL. A raw status of -1: it could not be run, or somebody else has taken the
+// status; what the command did is then unknown.
+int SysCallFor(const char* pccStr, uint64_t iMS, int* piOrg = nullptr);
+
 // Makes a file executable (mode 0777) and runs it by SysCall, the file's name being the command line. -1 when the
 // mode cannot be set.
 int SysExec(const char* pccFile, int* piOrg = nullptr);
