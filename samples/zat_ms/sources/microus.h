@@ -100,3 +100,13 @@ int GetNumCId(MicroSGlData_tag* poMSGD);
 // nothing installed (an update that cannot be unpacked is removed, so that it is not tried again; one that
 // only ran out of time stays). ePECnupu: the update brought an updater that failed its own check.
 tProcECode Unpack(MicroSGlData_tag* poMSGD);
+
+namespace zat {
+
+// For a launcher that could not take the update lock and holds the main lock: finishes an installation whose updater
+// was killed or ended with a power cut, by running the updater again; when even that fails, clears its lock away, so
+// that it cannot block the tills for ever. True when there was one to mend; the update lock is not taken. Costs one
+// open call when there was none.
+bool MendInstallation(MicroSGlData_tag* poMSGD);
+
+} // namespace zat
