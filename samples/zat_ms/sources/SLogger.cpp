@@ -88,10 +88,9 @@ unsigned long ConfiguredLimit(long megabytes) {
 
 } // namespace
 
-bool IsSelfAddress(const void* pvSelf, size_t lOfs) {
+bool IsObjectAddress(const void* pvSelf) {
   uintptr_t address = reinterpret_cast<uintptr_t>(pvSelf);
-  if (address < kFirstPage || address % alignof(void*) != 0) return false;
-  return *reinterpret_cast<void* const volatile*>(address + lOfs) == pvSelf;
+  return address >= kFirstPage && address % alignof(void*) == 0;
 }
 
 SLogger::SLogger()
@@ -118,9 +117,7 @@ SLogger::SLogger(const char* pcFName, bool fClear)
 }
 
 SLogger::~SLogger() {
-  // Through volatile: to the compiler this object is dead, and a plain store would be dropped, which would leave
-  // the freed memory looking like a living logger.
-  *const_cast<void* volatile*>(&pvSelfForCheck) = nullptr;
+  ForgetSelf(&pvSelfForCheck);
   close();
 }
 
@@ -175,7 +172,7 @@ int SLogger::GetLevel() const { return iLvl; }
 bool SLogger::Wants(int lvl) const { return poOut && lvl >= iLvl; }
 
 bool SLogger::ItIsMe(void* pvSelf, int) {
-  bool mine = IsSelfAddress(pvSelf, offsetof(SLogger, pvSelfForCheck));
+  bool mine = KnowsItself<SLogger>(pvSelf);
   if (!mine) AppendToFLog(nullptr, "Addr %p - is not (SLogger*)", pvSelf);
   return mine;
 }

@@ -80,9 +80,20 @@ void SetGlobLogLevel(SLogger* poLog);
 // the name is null. No lock, no level. True when the line is in the file.
 bool AppendToFLog(const char* pccFName, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
-// The one test behind every ItIsMe: true when pvSelf is beyond the first page, aligned, and the pointer lOfs bytes
-// into it holds pvSelf itself. Reads nothing when the address cannot be an object.
-bool IsSelfAddress(const void* pvSelf, size_t lOfs);
+// True when the address can be that of an object: beyond the first page and aligned. Reads nothing there.
+bool IsObjectAddress(const void* pvSelf);
+
+// The one test behind every ItIsMe: pvSelf can be an object, and what stands at the place of its pvSelfForCheck is
+// pvSelf itself.
+template<class T> bool KnowsItself(const void* pvSelf) {
+  if (!IsObjectAddress(pvSelf)) return false;
+  void* const volatile* mark = &static_cast<const T*>(pvSelf)->pvSelfForCheck;
+  return *mark == pvSelf;
+}
+
+// Clears the mark, first thing in a destructor. Through volatile: to the compiler the object is dead by then, and a plain
+// store would be dropped, which would leave the freed memory looking like a living object.
+inline void ForgetSelf(void** ppvSelfForCheck) { *const_cast<void* volatile*>(ppvSelfForCheck) = nullptr; }
 
 // The global logger; null before the object is initialised and after it is unloaded.
 extern SLogger* poGSLog;
