@@ -1,0 +1,140 @@
+#include "micros.h"
+
+#include <cstring>
+
+#include <sched.h>
+
+#include "SLogger.h"
+#include "initorder.h"
+#include "util.h"
+#include "utilf.h"
+
+ZAT_INIT_LAUNCHER MicroSGlData_tag oMSGD;
+
+const int ciIsDLL = 1;
+const char* const pccCIdLPref = "cid";
+const char* const pccCIdLPosf = ".lck";
+
+namespace {
+
+constexpr tTicks kBudgetMs = 7000;
+constexpr int kClientIdArgument = 3; // counted from 0; the client id is the fourth word
+
+// The client id becomes part of file names and of the updater's shell line, and it comes from the till.
+char SafeIdChar(char c) {
+  bool printable = c >= ' ' && c < 0x7F;
+  return printable && !strchr("/\"'$`\\", c) ? c : '_';
+}
+
+tString ClientId(int argc, char** argv) {
+  tString id = "absent";
+  if (argc > kClientIdArgument) {
+    id = argv[kClientIdArgument];
+    EraseLeftChars(id, '0', "0");
+  }
+  for (char& c : id) c = SafeIdChar(c);
+  return id;
+}
+
+void Release(const tString& lock) {
+  remflock(lock.c_str());
+  GSLog(100, "[MicroS] Rem lock: %s", lock.c_str());
+}
+
+// One try for both locks. The update lock is asked for without waiting while the main lock is held: an installation
+// takes them the other way round, and two launchers that waited for each other would wait for ever.
+bool TryLocks(MicroSGlData_tag* poMSGD) {
+  if (putflock(poMSGD->oMainLck.c_str()) != 0) {
+    sched_yield(); // tried again at once, but the one who is in the way gets its turn
+    return false;
+  }
+  GSLog(100, "[MicroS] Put lock: %s", poMSGD->oMainLck.c_str());
+  bool taken = tryflock(poMSGD->oUpdtLck.c_str()) == 0;
+  if (taken) GSLog(100, "[MicroS] Put lock: %s", poMSGD->oUpdtLck.c_str());
+  Release(poMSGD->oMainLck);
+  if (!taken) YieldMS(1);
+  return taken;
+}
+
+bool TakeLocks(MicroSGlData_tag* poMSGD) {
+  bool taken = false;
+  while (!taken && !poMSGD->TicksEnd()) taken = TryLocks(poMSGD);
+  return taken;
+}
+
+} // namespace
+
+MicroSGlData_tag::MicroSGlData_tag()
+    : oTimS(0), oTimDms(0), fUpdImp(false), fUpdPck(false), fLockCID(false), pvExHandle(nullptr) {}
+
+MicroSGlData_tag::~MicroSGlData_tag() {
+  if (pvExHandle) SysCallEnd(pvExHandle);
+}
+
+void MicroSGlData_tag::MakeParamS(int argc, char** argv) {
+  oParamS.clear();
+  for (int i = 1; i < argc; ++i) oParamS.append(" ").append(argv[i]);
+}
+
+void MicroSGlData_tag::Init(int argc, char** argv) {
+  MakeParamS(argc, argv);
+  fUpdImp = fUpdPck = false;
+  oUpdtS.clear();
+  oTimDms = kBudgetMs;
+  DetectLocDir(argc > 0 ? argv[0] : "", oCPath);
+  oCIdS = ClientId(argc, argv);
+  oRPath = oCPath;
+  ConvertLocToHome(oRPath);
+  oUpdtLck = oRPath + "updtlock.lck";
+  oMainLck = oRPath + "mainlock.lck";
+  oUpdtD = oRPath + "UPDATE_T" + "/";
+  oUpdtE = oCPath + "zat_mu";
+  oUpdtEn = oUpdtD + "BIN" + "/" + "zat_mu";
+  oUpdtM = oCPath + "zat_mm";
+  oTimS = TicksGet();
+}
+
+bool MicroSGlData_tag::TicksEnd() { return ::TicksEnd(oTimS, oTimDms) != 0; }
+
+tProcECode MonoS(int argc, char** argv, MicroSGlData_tag* poMSGD) {
+  GSLog(150, "[MicroS] Started");
+  GSLog(150, "[MicroS] %s", "LocVer: 200917");
+  poMSGD->Init(argc, argv);
+  GSLog(100, "[MicroS] Cmd: %s%s", argc > 0 ? argv[0] : "", poMSGD->oParamS.c_str());
+  tProcECode code = TakeLocks(poMSGD) ? DoAuth(poMSGD) : ePECtout;
+  if (!ciIsDLL) GSLog(150, "[MicroS] Finished: %d", code);
+  return code;
+}
+
+tProcECode DoAuth(MicroSGlData_tag* poMSGD) {
+  tString command = poMSGD->oUpdtM + poMSGD->oParamS;
+  if (DoAuthB(poMSGD) != 0) return ePECcdup;
+  poMSGD->pvExHandle = SysCallBegin(command.c_str());
+  GSLog(150, "[MicroS] Started: %s <Handle: %p>", command.c_str(), poMSGD->pvExHandle);
+  return poMSGD->pvExHandle ? ePECgood : ePECnaut;
+}
+
+int DoAuthB(MicroSGlData_tag* poMSGD) {
+  tString lock = poMSGD->oRPath + pccCIdLPref + poMSGD->oCIdS + pccCIdLPosf;
+  // The module inherits the lock's descriptor: the id stays taken while the module lives, even when the till dies.
+  bool taken = tryflock(lock.c_str(), true) == 0;
+  poMSGD->fLockCID = poMSGD->fLockCID || taken;
+  if (taken)
+    GSLog(100, "[MicroS] Put lock: %s", lock.c_str());
+  else
+    GSLog(150, "[MicroS] Already lock: %s", lock.c_str());
+  Release(poMSGD->oUpdtLck);
+  return taken ? 0 : -1;
+}
+
+int DoAuthE(MicroSGlData_tag* poMSGD) {
+  if (poMSGD->pvExHandle) SysCallEnd(poMSGD->pvExHandle);
+  poMSGD->pvExHandle = nullptr;
+  if (poMSGD->fLockCID) {
+    tString lock = poMSGD->oRPath + pccCIdLPref + poMSGD->oCIdS + pccCIdLPosf;
+    remflock(lock.c_str());
+    GSLog(150, "[MicroS] Rem lock [I]: %s", lock.c_str());
+    poMSGD->fLockCID = false;
+  }
+  return 0;
+}
