@@ -1,0 +1,32 @@
+// Log copies of messages: what stands in the log in place of card data. Only copies are made here; what is sent to
+// the module and what the till gets is never touched.
+//
+// Where card data can stand (offsets of the message, its 14-byte header included):
+//   request "1x", most      12 amount, track 2 to the end             track 2 from 14 + 12
+//   request "16" "17" "1E"  12 amount, 6 authorisation code, track 2  track 2 from 14 + 12 + 6
+//   response "60"           59 fixed, code ESC, PAN=expiry ESC ...    the second variable field
+//   data "38"               free text, a card after "MV01"
+#pragma once
+#include <cstddef>
+
+#include "ztypes.h"
+
+namespace zat {
+
+// A text that may have held card data: its bytes are wiped before its memory is given back.
+class WipedText {
+public:
+  WipedText(const unsigned char* pbData, size_t lLen);
+  ~WipedText();
+  WipedText(const WipedText&) = delete;
+  WipedText& operator=(const WipedText&) = delete;
+  tString oText;
+};
+
+// The message as the log may show it. pbMessage: lLen bytes, header first; shorter ones are copied as they are.
+void MaskForLog(WipedText& oCopy);
+
+// Overwrites every byte of the string, its unused capacity included, and empties it.
+void WipeText(tString& oText);
+
+} // namespace zat
