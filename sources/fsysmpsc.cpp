@@ -161,8 +161,8 @@ private:
   const procFSMS_t fnJob;
   const bool fDirsInclude;
   const bool fLinks; // followed
-  std::deque<Level>
-      oLevels; // a deque: a new level leaves the others, and the texts that callers hold, in place
+  // A deque: a new level leaves the others, and the texts that the record shows, in place.
+  std::deque<Level> oLevels;
 };
 
 // A path without the '/' at its end, which would lead through a link.

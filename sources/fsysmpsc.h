@@ -19,9 +19,9 @@ enum tFSysMpScCode : int {
 // is freed before the outermost walk returns, which leaves oWork empty.
 struct tFSysMpScData {
   struct tPaths {
-    const char* pccPathIn;    // oInit: the directory that is walked; oWork: the path of the entry or directory
-    const char* pccPathOut;   // the same on the output side, for jobs that mirror a tree; may be null
-    const char* pccMask;      // oInit: shell pattern that entries must match; oWork: the entry's bare name
+    const char* pccPathIn;  // oInit: the directory that is walked; oWork: the path of the entry or directory
+    const char* pccPathOut; // the same on the output side, for jobs that mirror a tree; may be null
+    const char* pccMask;    // oInit: shell pattern that entries must match; oWork: the entry's bare name
     const char* pccMaskExtra; // oInit: a mask for the job's own use (strmask), may be null; oWork: not used
   } oInit, oWork;
   tFSysMpScFType oFType; // of the entry

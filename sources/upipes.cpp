@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -16,10 +15,9 @@ namespace {
 constexpr char kFrameByte = 0x17;
 constexpr size_t kHeader = 1 + 2; // start byte + length
 constexpr int kForever = -1;
-constexpr int kSilenceMs =
-    30000;                    // a module that stops in the middle of a block for so long has died or hangs
-constexpr int kPeerMs = 100;  // how often a wait asks whether the other side has ended
-constexpr int kFirstFree = 3; // below are the standard descriptors, which any library may write to
+constexpr int kSilenceMs = 30000; // a module that stops in the middle of a block for so long is dead or hangs
+constexpr int kPeerMs = 100;      // how often a wait asks whether the other side has ended
+constexpr int kFirstFree = 3;     // below are the standard descriptors, which any library may write to
 
 // Moves a new descriptor above the standard ones, and lets children inherit it or not. -1 on failure; the
 // given descriptor is gone in any case.
@@ -217,8 +215,8 @@ bool UnnamedPipes::GetSysC(tBType oBT, char* mcSysC) {
   return true;
 }
 
-// Waits until the pipe can be read or has ended: at most iMs milliseconds (negative: no limit) and, where the owner
-// can tell, no longer than the other side is there.
+// Waits until the pipe can be read or has ended: at most iMs milliseconds (negative: no limit) and, where the
+// owner can tell, no longer than the other side is there.
 bool UnnamedPipes::AwaitIn(int iMs) {
   if (!procGone) return Await(miHLoc[0], POLLIN, iMs);
   for (int iLeft = iMs; iLeft != 0;) {

@@ -66,9 +66,10 @@ struct UnnamedPipes {
   int Read(void* pvIn, int iLen);
   int Write(const void* pvOut, int iLen);
 
-  // While a read waits, `gone` is asked about every 100 ms whether the other side has ended; once it says so and the
-  // pipe is empty, the read stops waiting, as if the time had run out. It is needed because the creator holds a
-  // write end itself and so never sees the end of the pipe. Null: nobody is asked. `peer` is handed to it.
+  // While a read waits, `gone` is asked about every 100 ms whether the other side has ended; once it says so
+  // and the pipe is empty, the read stops waiting, as if the time had run out. It is needed because the
+  // creator holds a write end itself and so never sees the end of the pipe. Null: nobody is asked. `peer` is
+  // handed to it.
   void SetPeerCheck(bool (*gone)(void* peer), void* peer);
 
   // Waits until something can be read or nobody can write any more, for at most iMs milliseconds (a negative
