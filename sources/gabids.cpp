@@ -1,4 +1,5 @@
 #include "gabids.h"
+#include <algorithm>
 
 namespace {
 
@@ -41,6 +42,29 @@ constexpr tGroup kGroups[] = {
     {"FK", "process fork"},
 };
 
+// Replaces every run of 13 digits or more, as long as the shortest card number, but for its last four.
+void MaskRuns(std::string& oText) {
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  for (auto begin = oText.begin(); begin != oText.end();) {
+    begin = std::find_if(begin, oText.end(), digit);
+    auto end = std::find_if_not(begin, oText.end(), digit);
+    if (end - begin >= 13) std::fill(begin, end - 4, '*');
+    begin = end;
+  }
+}
+
+// The last four digits of a card number; nothing of what follows behind '='.
+void MaskCard(std::string& oText) {
+  size_t number = std::min(oText.find('='), oText.size());
+  for (size_t i = 0; i < oText.size(); ++i)
+    if (i != number && (i > number || i + 4 < number)) oText[i] = '*';
+}
+
+tTagShow ShowOf(std::string_view oPath) {
+  if (const tTag* row = TagRow(oPath)) return row->oShow;
+  return oPath.starts_with(abisTRsec) ? eTShidden : eTSscan;
+}
+
 } // namespace
 
 const tTag* Tags(size_t* plCount) {
@@ -64,6 +88,15 @@ const char* TagGroupText(std::string_view oTag) {
   for (const tGroup& row : kGroups)
     if (group == row.oName) return row.pccText;
   return nullptr;
+}
+
+void MaskValue(std::string_view oPath, std::string& oValue) {
+  switch (ShowOf(oPath)) {
+  case eTSplain: break;
+  case eTSscan: MaskRuns(oValue); break;
+  case eTSlast4: MaskCard(oValue); break;
+  case eTShidden: oValue.assign(oValue.size(), '*'); break;
+  }
 }
 
 } // namespace zat

@@ -6,6 +6,7 @@
 // a dump) becomes a pointer through zat::TagFromText.
 #pragma once
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace zat {
@@ -123,5 +124,9 @@ const char* TagFromText(std::string_view oText);
 // What the first component of a tag groups ("TR": "transaction"), in English, for people; the whole tag may
 // be given. Null for a group that the dictionary does not have.
 const char* TagGroupText(std::string_view oTag);
+
+// Replaces by '*' what nobody may see of a value under this path. A path that is not in the dictionary is hidden
+// below "TR.S" and looked through for card numbers elsewhere.
+void MaskValue(std::string_view oPath, std::string& oValue);
 
 } // namespace zat

@@ -147,33 +147,9 @@ const char* TypeName(unsigned char bType) {
   }
 }
 
-// Replaces every run of 13 digits or more, as long as the shortest card number, but for its last four.
-void MaskRuns(tString& oText) {
-  auto digit = [](char c) { return c >= '0' && c <= '9'; };
-  for (auto begin = oText.begin(); begin != oText.end();) {
-    begin = std::find_if(begin, oText.end(), digit);
-    auto end = std::find_if_not(begin, oText.end(), digit);
-    if (end - begin >= 13) std::fill(begin, end - 4, '*');
-    begin = end;
-  }
-}
-
-// The last four digits of a card number; nothing of what follows behind '='.
-void MaskCard(tString& oText) {
-  size_t number = std::min(oText.find('='), oText.size());
-  for (size_t i = 0; i < oText.size(); ++i)
-    if (i != number && (i > number || i + 4 < number)) oText[i] = '*';
-}
-
 // A value as it may be seen under this path.
 tString Shown(const tString& oPath, tString oValue) {
-  const tTag* row = TagRow(oPath);
-  tTagShow show = row ? row->oShow : eTSscan;
-  std::string_view secure = abisTRsec;
-  if (!row && oPath.compare(0, secure.size(), secure) == 0) show = eTShidden;
-  if (show == eTShidden) return tString(oValue.size(), '*');
-  if (show == eTSlast4) MaskCard(oValue);
-  if (show == eTSscan) MaskRuns(oValue);
+  MaskValue(oPath, oValue);
   tString out;
   for (char c : oValue) {
     static const char kHex[] = "0123456789ABCDEF";
