@@ -62,6 +62,31 @@ bool TakeLocks(MicroSGlData_tag* poMSGD) {
   return taken;
 }
 
+// Waits until no module runs any more, as long as an update pass is on and the budget lasts. True when none runs.
+bool NobodyRuns(MicroSGlData_tag* poMSGD) {
+  int others = GetNumCId(poMSGD);
+  while (others != 0 && poMSGD->fUpdImp && !poMSGD->TicksEnd()) others = GetNumCId(poMSGD);
+  return others == 0;
+}
+
+// One pass under the update lock, which every way out releases. *pfAgain is set when an installation has changed
+// what is installed, so that the decision has to be made afresh.
+tProcECode Pass(MicroSGlData_tag* poMSGD, bool* pfAgain) {
+  tProcECode code = ePECtout;
+  if (!FindUpdate(poMSGD)) {
+    code = DoAuth(poMSGD);
+  } else if (NobodyRuns(poMSGD)) {
+    code = Unpack(poMSGD);
+    GSLog(150, "[MicroS] Unpacked: %d; try again...", code);
+    *pfAgain = true;
+  } else if (poMSGD->fUpdImp) {
+    Release(poMSGD->oUpdtLck);
+  } else {
+    code = DoAuth(poMSGD);
+  }
+  return code;
+}
+
 } // namespace
 
 MicroSGlData_tag::MicroSGlData_tag()
@@ -101,7 +126,13 @@ tProcECode MonoS(int argc, char** argv, MicroSGlData_tag* poMSGD) {
   GSLog(150, "[MicroS] %s", "LocVer: 200917");
   poMSGD->Init(argc, argv);
   GSLog(100, "[MicroS] Cmd: %s%s", argc > 0 ? argv[0] : "", poMSGD->oParamS.c_str());
-  tProcECode code = TakeLocks(poMSGD) ? DoAuth(poMSGD) : ePECtout;
+  tProcECode code = ePECtout;
+  bool again = true;
+  while (again) {
+    again = false;
+    // After an installation the same budget goes on: with no time left there is no start on this call.
+    code = TakeLocks(poMSGD) ? Pass(poMSGD, &again) : ePECtout;
+  }
   if (!ciIsDLL) GSLog(150, "[MicroS] Finished: %d", code);
   return code;
 }
