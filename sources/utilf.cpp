@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -73,6 +71,10 @@ size_t fpathup(const char* pccPath) {
 
 int fcopy(const char* pccSrc, const char* pccDst) {
   FILE* from = fopen(pccSrc, "rbe");
+  struct stat source, target;
+  if (from && fstat(fileno(from), &source) == 0 && stat(pccDst, &target) == 0 &&
+      source.st_dev == target.st_dev && source.st_ino == target.st_ino)
+    return fclose(from); // opened for writing, the file would lose what is to be copied
   FILE* to = from ? fopen(pccDst, "wbe") : nullptr;
   int result = to ? 0 : -1;
   char part[8192];
@@ -97,125 +99,166 @@ unsigned long fgetsize(const char* pccName) {
 
 namespace {
 
-// A lock that this process, or the parent it was forked from, holds. The descriptor is looked at again before it is used:
-// a host that closes every descriptor it does not know has closed ours too, and the number may be another file's now.
-struct HeldLock {
-  std::string name;
+struct FileId {
   dev_t device;
   ino_t inode;
-  int fd;
-  pid_t owner;
-
-  bool IsFile(const struct stat& info) const { return info.st_dev == device && info.st_ino == inode; }
-  bool Alive() const {
-    struct stat info;
-    return fstat(fd, &info) == 0 && IsFile(info);
-  }
+  bool operator==(const FileId& other) const { return device == other.device && inode == other.inode; }
 };
 
-// The locks of this process: at most a few, one for each session and one for the file being written.
-std::mutex oHeldMutex;
-std::vector<HeldLock> oHeld;
+FileId IdOf(const struct stat& info) { return {info.st_dev, info.st_ino}; }
+
+// Closes and keeps errno, which says why the descriptor is given up.
+void Close(int fd) {
+  int code = errno;
+  close(fd);
+  errno = code;
+}
+
+// Unlocks too: a child that was forked meanwhile has the descriptor as well and would keep the lock.
+void Release(int fd) {
+  int code = errno;
+  flock(fd, LOCK_UN);
+  close(fd);
+  errno = code;
+}
+
+enum class Whose { nobodys, ours, parents };
+
+// The locks that this process holds, or had when it was forked: at most a few, one for each session and one for the
+// file being written. Files are told apart by device and inode, since a path may be spelled in several ways. Plain
+// memory without constructor or destructor, because locks are taken before and given up after the time in which this
+// file's other globals live.
+class LockTable {
+public:
+  // Whose lock a file is, and the descriptor that holds it.
+  Whose Find(FileId id, int* fd = nullptr) {
+    std::lock_guard guard(oMutex);
+    Entry* entry = Look(id);
+    if (!entry) return Whose::nobodys;
+    if (fd) *fd = entry->fd;
+    return entry->owner == getpid() ? Whose::ours : Whose::parents;
+  }
+
+  // Notes a lock as this process's. False when the table is full.
+  bool Add(FileId id, int fd) {
+    std::lock_guard guard(oMutex);
+    Entry* entry = Free();
+    if (entry) *entry = {id, fd, getpid()};
+    return entry;
+  }
+
+  void Forget(FileId id) {
+    std::lock_guard guard(oMutex);
+    if (Entry* entry = Look(id)) *entry = {};
+  }
+
+  // Gives up the locks whose file somebody else has removed: they exclude nobody, and no path leads to them any more.
+  void Sweep() {
+    std::lock_guard guard(oMutex);
+    for (Entry& entry : moEntry) Drop(entry);
+  }
+
+private:
+  struct Entry {
+    FileId id;
+    int fd; // 0, which no lock ever has, in a free entry
+    pid_t owner;
+  };
+
+  // Looks at the descriptor again before it is used: a host that closes every descriptor it does not know has closed
+  // ours too, and the number may be another file's now.
+  Entry* Look(FileId id) {
+    for (Entry& entry : moEntry) {
+      if (!entry.fd || !(entry.id == id)) continue;
+      struct stat info;
+      if (fstat(entry.fd, &info) == 0 && IdOf(info) == id) return &entry;
+      entry = {};
+    }
+    return nullptr;
+  }
+
+  Entry* Free() {
+    for (bool drop : {false, true})
+      for (Entry& entry : moEntry) {
+        if (drop) Drop(entry);
+        if (!entry.fd) return &entry;
+      }
+    return nullptr;
+  }
+
+  static void Drop(Entry& entry) {
+    if (!entry.fd) return;
+    struct stat info;
+    bool alive = fstat(entry.fd, &info) == 0 && IdOf(info) == entry.id;
+    if (alive && info.st_nlink > 0) return;
+    if (alive) Close(entry.fd);
+    entry = {};
+  }
+
+  std::mutex oMutex;
+  Entry moEntry[256] = {};
+};
+constinit LockTable oLocks;
 
 // Opens a lock file without following, blocking on or creating anything but a regular file.
-int OpenLock(const char* name) {
-  int fd = open(name, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+int OpenLock(const char* name, FileId* id) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  int fd = TEMP_FAILURE_RETRY(open(name, kFlags, 0666));
   if (fd >= 0 && fd < kFirstFreeDescriptor) {
-    int above = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-    close(fd);
-    fd = above;
+    int low = fd;
+    fd = fcntl(low, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+    Close(low);
   }
+  if (fd < 0) return -1;
   struct stat info;
-  if (fd >= 0 && (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))) {
-    close(fd);
-    fd = -1;
+  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+    *id = IdOf(info);
+    return fd;
   }
-  return fd;
+  Close(fd);
+  return -1;
 }
 
-// True when this process holds the open file's lock through another descriptor.
-bool HeldHere(int fd) {
-  struct stat info;
-  if (fstat(fd, &info) != 0) return false;
-  std::lock_guard guard(oHeldMutex);
-  for (const HeldLock& lock : oHeld)
-    if (lock.owner == getpid() && lock.IsFile(info) && lock.Alive()) return true;
-  return false;
+// Whether the path still names the locked file. The one who held the lock before may have removed it between our
+// opening and our locking; a lock on a file that nobody can find any more excludes nobody.
+bool StillThere(FileId id, const char* name) {
+  struct stat found;
+  return lstat(name, &found) == 0 && IdOf(found) == id;
 }
 
-// Whether the path still names the file that the descriptor has open. The one who held the lock before may have removed
-// it between our opening and our locking; a lock on a file that nobody can find any more excludes nobody.
-bool StillThere(int fd, const char* name) {
-  struct stat opened, found;
-  return fstat(fd, &opened) == 0 && lstat(name, &found) == 0 && opened.st_dev == found.st_dev &&
-         opened.st_ino == found.st_ino;
-}
-
-int LockOpen(int fd, bool wait) {
-  int result;
-  do result = flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB));
-  while (result != 0 && errno == EINTR);
-  return result;
-}
-
-// Opens the file and takes the lock on it: the descriptor, or -1.
-int Acquire(const char* name, bool wait) {
-  for (;;) {
-    int fd = OpenLock(name);
-    if (fd < 0) return -1;
-    if (HeldHere(fd) || LockOpen(fd, wait) != 0) {
-      close(fd);
-      return -1;
-    }
-    if (StillThere(fd, name)) return fd;
-    close(fd);
-  }
+// Locks the open file: 0; 1 with EWOULDBLOCK when this process has it already.
+int Lock(int fd, FileId id, bool wait) {
+  if (oLocks.Find(id) != Whose::ours) return TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)));
+  errno = EWOULDBLOCK;
+  return 1;
 }
 
 bool WriteHolder(int fd) {
   char text[32];
   int length = snprintf(text, sizeof text, "%d%s%d", static_cast<int>(getpid()), "\r\n", fd);
-  return pwrite(fd, text, static_cast<size_t>(length), 0) == length;
-}
-
-// Notes the lock as this process's. False when there is no memory for that.
-bool Note(int fd, const char* name) {
-  struct stat info;
-  if (fstat(fd, &info) != 0) return false;
-  std::lock_guard guard(oHeldMutex);
-  std::erase_if(oHeld, [](const HeldLock& lock) { return lock.owner == getpid() && !lock.Alive(); });
-  try {
-    oHeld.push_back({name, info.st_dev, info.st_ino, fd, getpid()});
-  } catch (...) { return false; }
-  return true;
+  return TEMP_FAILURE_RETRY(pwrite(fd, text, static_cast<size_t>(length), 0)) == length;
 }
 
 int Take(const char* name, bool wait, bool inherit) {
-  int fd = Acquire(name, wait);
-  if (fd < 0) return 1;
+  FileId id;
+  int fd;
+  for (;;) {
+    fd = OpenLock(name, &id);
+    if (fd < 0) return 1;
+    if (Lock(fd, id, wait) != 0) {
+      Close(fd);
+      return 1;
+    }
+    if (StillThere(id, name)) break;
+    Release(fd);
+  }
   int result = 0;
   if (!WriteHolder(fd))
     result = -1;
-  else if (!Note(fd, name) || (inherit && fcntl(fd, F_SETFD, 0) != 0))
+  else if ((inherit && fcntl(fd, F_SETFD, 0) != 0) || !oLocks.Add(id, fd))
     result = 1;
-  if (result != 0) {
-    flock(fd, LOCK_UN);
-    close(fd);
-  }
+  if (result != 0) Release(fd);
   return result;
-}
-
-// Takes the lock of this name out of the table: the newest one first, since a lock that was lost (its file removed by
-// somebody else) may stand there still. False when there is none.
-bool Forget(const char* name, HeldLock* out) {
-  std::lock_guard guard(oHeldMutex);
-  for (size_t i = oHeld.size(); i-- > 0;) {
-    if (oHeld[i].name != name) continue;
-    *out = std::move(oHeld[i]);
-    oHeld.erase(oHeld.begin() + static_cast<std::ptrdiff_t>(i));
-    return true;
-  }
-  return false;
 }
 
 } // namespace
@@ -224,22 +267,19 @@ int putflock(const char* pccName) { return Take(pccName, true, false); }
 int tryflock(const char* pccName, bool fInherit) { return Take(pccName, false, fInherit); }
 
 int remflock(const char* pccName) {
-  HeldLock lock;
-  if (!Forget(pccName, &lock)) return fremove(pccName);
-  if (lock.owner != getpid()) {
-    // A forked copy of the holder: it shares the open file, and unlocking here would unlock the parent.
-    std::lock_guard guard(oHeldMutex);
-    oHeld.push_back(std::move(lock));
-    errno = EPERM;
-    return -1;
+  struct stat info = {};
+  int fd = -1;
+  Whose whose = lstat(pccName, &info) == 0 ? oLocks.Find(IdOf(info), &fd) : Whose::nobodys;
+  if (whose == Whose::nobodys)
+    oLocks.Sweep();
+  else
+    oLocks.Forget(IdOf(info));
+  if (whose == Whose::parents) {
+    Close(fd); // only our copy: unlocking would unlock the parent
+    return 0;
   }
   int result = fremove(pccName);
-  int code = errno;
-  if (lock.Alive()) {
-    flock(lock.fd, LOCK_UN);
-    close(lock.fd);
-  }
-  errno = code;
+  if (whose == Whose::ours) Release(fd);
   return result;
 }
 

@@ -36,7 +36,8 @@ size_t fsplitp(const char* pccName);
 // anything else and when there is no parent: "/a/b/" 3, "/ab/" 1, "ab/" 0.
 size_t fpathup(const char* pccPath);
 
-// Copies a file. 0; -1 when one of them cannot be opened; 1 when reading or writing stopped half-way.
+// Copies a file. 0, also for a file and itself, which stays; -1 when one of them cannot be opened; 1 when reading or
+// writing stopped half-way.
 int fcopy(const char* pccSrc, const char* pccDst);
 
 // Size in bytes; 0 for a file that cannot be opened.
@@ -53,18 +54,20 @@ unsigned long fgetsize(const char* pccName);
 // Only regular files are locks: a symbolic link is not followed, a FIFO does not block, a directory is refused.
 
 // Takes the lock, waiting without limit for one that another process holds. 0 when it is held; 1 when the file cannot be
-// opened or locked, and at once when this process holds it already, since that wait would never end; -1 when its
-// content cannot be written.
+// opened or locked, and at once (EWOULDBLOCK) when this process holds it already, since that wait would never end; -1
+// when its content cannot be written whole: it is not held then.
 int putflock(const char* pccName);
 
-// The same without waiting: a lock that is held is a failure, 1. fInherit lets the programs started while it is held keep it
-// alive: the lock then ends with the last of the processes.
+// The same without waiting: a lock that another process holds is a failure too, 1 with EWOULDBLOCK. fInherit lets the
+// programs started while it is held keep it alive: the lock then ends with the last of the processes.
 int tryflock(const char* pccName, bool fInherit = false);
 
 // Frees the lock and removes the file: unlinks first, so that nobody can take a lock on a file that is about to go, then
-// unlocks and closes. Removes the file in any case, and closes a descriptor only when this very process (not its
-// parent) took the lock and the descriptor really is that file. What fremove returns. In a forked copy of the holder
-// nothing happens at all, -1 with EPERM: the lock is the parent's.
+// unlocks and closes. Removes the file in any case, whoever has locked it, and closes a descriptor only when this very
+// process took the lock and the descriptor still is that file. What fremove returns.
+//
+// In a forked copy of the holder the lock is the parent's: file and lock stay, only the copy's descriptor is closed, so
+// that the lock cannot outlive the parent. 0, since nothing is left for the copy to free.
 int remflock(const char* pccName);
 
 // 1 when the file exists and cannot be opened for writing, else 0. It tells nothing of the flock of another process:
