@@ -50,7 +50,10 @@ bool TryLocks(MicroSGlData_tag* poMSGD) {
   }
   GSLog(100, "[MicroS] Put lock: %s", poMSGD->oMainLck.c_str());
   bool taken = tryflock(poMSGD->oUpdtLck.c_str()) == 0;
-  if (taken) GSLog(100, "[MicroS] Put lock: %s", poMSGD->oUpdtLck.c_str());
+  if (taken)
+    GSLog(100, "[MicroS] Put lock: %s", poMSGD->oUpdtLck.c_str());
+  else
+    zat::MendInstallation(poMSGD); // an updater that died would keep every till out for good
   Release(poMSGD->oMainLck);
   if (!taken) YieldMS(1);
   return taken;

@@ -253,7 +253,7 @@ bool TakeNewUpdater(const MicroSGlData_tag* poMSGD) {
 // Waits until the updater holds the update lock: then, and only then, the installation is sure to go on without us.
 bool UpdaterHoldsLock(MicroSGlData_tag* poMSGD) {
   bool fHeld = false;
-  while (!fHeld && !TicksEnd(poMSGD->oTimS, poMSGD->oTimDms)) {
+  while (!fHeld && !poMSGD->TicksEnd()) {
     GSLog(100, "[MicroS] Wait lock: %s", poMSGD->oUpdtLck.c_str());
     fHeld = isflock(poMSGD->oUpdtLck.c_str()) != 0;
     if (!fHeld) YieldMS(1); // every look is a line in the log
@@ -265,7 +265,7 @@ bool UpdaterHoldsLock(MicroSGlData_tag* poMSGD) {
 // then. The main lock is held throughout, so that no launcher takes the update lock between ours and the updater's.
 tProcECode Install(MicroSGlData_tag* poMSGD, bool* pfTried) {
   tProcECode oRes = ePECnupd;
-  while (!*pfTried && !TicksEnd(poMSGD->oTimS, poMSGD->oTimDms)) {
+  while (!*pfTried && !poMSGD->TicksEnd()) {
     if (putflock(poMSGD->oMainLck.c_str())) {
       YieldMS(1);
       continue;
@@ -312,7 +312,7 @@ int FindUpdate(MicroSGlData_tag* poMSGD) {
 }
 
 int GetNumCId(MicroSGlData_tag* poMSGD) {
-  const tString oMask = "cid*.lck";
+  const tString oMask = tString(pccCIdLPref) + "*" + pccCIdLPosf;
   int iHeld = 0;
   tFSysMpScData oWalk = {};
   oWalk.oInit.pccPathIn = poMSGD->oRPath.c_str();
