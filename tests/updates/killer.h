@@ -1,5 +1,5 @@
-// Runs a program and kills it, with everything it has forked, at the N-th system call that changes files: what a
-// power cut or an operator does, but at every point there is.
+// Runs a program and kills it at the N-th system call that changes files: what a power cut or an operator does, but at
+// every point there is.
 #pragma once
 #include <cerrno>
 #include <csignal>
@@ -30,9 +30,10 @@ inline bool EntersChange(pid_t pid) {
          info.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesFiles(info.entry.nr);
 }
 
-// Runs argv and kills it before the call number killAt (from 1) is made. Returns true when it was killed, false
-// when it had ended, with all its children, before that many calls.
-inline bool RunAndKillAt(const std::vector<std::string>& argv, int killAt) {
+// Runs argv and, before the call number killAt (from 1) is made by it or by anything it has started, kills all of them,
+// or only the program itself. True when it was killed, false when everything had ended before that many calls.
+// Returns when nothing of it runs any more.
+inline bool RunAndKillAt(const std::vector<std::string>& argv, int killAt, bool fAll = true) {
   std::vector<char*> args;
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
@@ -45,11 +46,11 @@ inline bool RunAndKillAt(const std::vector<std::string>& argv, int killAt) {
     _exit(127);
   }
   std::set<pid_t> alive{first};
-  bool options = false;
+  bool options = false, killed = false;
   for (int calls = 0, status;;) {
     const pid_t pid = waitpid(-1, &status, __WALL);
     if (pid < 0 && errno == EINTR) continue;
-    if (pid < 0) return false; // nobody left, not even one whose birth was still to be reported
+    if (pid < 0) return killed; // nobody left, not even one whose birth was still to be reported
     alive.insert(pid);
     if (WIFEXITED(status) || WIFSIGNALED(status)) {
       alive.erase(pid);
@@ -59,13 +60,10 @@ inline bool RunAndKillAt(const std::vector<std::string>& argv, int killAt) {
       ptrace(PTRACE_SETOPTIONS, pid, nullptr,
              PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
                  PTRACE_O_EXITKILL);
-    if (WSTOPSIG(status) == (SIGTRAP | 0x80) && EntersChange(pid) && ++calls == killAt) {
-      for (pid_t each : alive) kill(each, SIGKILL);
-      // One that was just being forked reports only now.
-      for (pid_t late; (late = waitpid(-1, &status, __WALL)) > 0 || errno == EINTR;)
-        if (late > 0 && WIFSTOPPED(status)) kill(late, SIGKILL);
-      return true;
-    }
+    if (WSTOPSIG(status) == (SIGTRAP | 0x80) && EntersChange(pid) && ++calls == killAt) killed = true;
+    if (killed && fAll)
+      for (pid_t each : alive) kill(each, SIGKILL); // also one that was being forked and reports only now
+    if (killed && alive.count(first)) kill(first, SIGKILL);
     ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr);
   }
 }
