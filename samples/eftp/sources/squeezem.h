@@ -224,19 +224,9 @@ protected:
   static std::string_view Component(std::string_view oPath, size_type nLevel, bool& fFound);
   static size_type Deep(std::string_view oPath);
 
-  // The search with another way to compare than the virtual one: int oCompare(tNode*, std::string_view).
-  template<class C> struct tWalk {
-    std::string_view oPath;
-    C oCompare;
-    bool fUnlink;
-    size_type
-        nLeft; // nodes that may still be looked at: a walk that meets more than the table has goes in circles
-  };
-  template<class C>
-  tNode* Search(tWalk<C>& oWalk, tNode* poNode, size_type nLevel, size_type nDepth, tNode* poPrev);
-  template<class C>
-  uint32_t Step(const tWalk<C>& oWalk, std::string_view oPart, tNode* poNode, size_type nLevel,
-                size_type nDepth, tNode* poPrev);
+  // The record with a number below TableEnd, which is never beyond the buffer.
+  tNode* At(size_type nNumber) { return reinterpret_cast<tNode*>(pbBuffer + (nNumber << zat::kNodeShift)); }
+  size_type TableEnd() const { return std::min(prop_GetNodsLen(), nBuffer) >> zat::kNodeShift; }
 
   // node_putdata without the bytes: the caller writes them.
   tNode* Reserve(size_type nLen, bool fGrow);
@@ -271,16 +261,21 @@ private:
     if (pbBuffer) zat::PutWord(pbBuffer, lWord, n);
   }
   tNode* Record0() { return reinterpret_cast<tNode*>(pbBuffer); }
-  tNode* At(size_type nNumber) { return reinterpret_cast<tNode*>(pbBuffer + (nNumber << zat::kNodeShift)); }
-  // One more than the highest number of a record, never beyond the buffer.
-  size_type TableEnd() const { return std::min(prop_GetNodsLen(), nBuffer) >> zat::kNodeShift; }
+  struct tWalk {
+    const tString& oPath;
+    bool fUnlink;
+    size_type
+        nLeft; // siblings that may still be looked at: a walk that meets more than there are goes in circles
+  };
+  tNode* Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth, tNode* poPrev);
 
   bool LinkAfter(tNode* poPlace, tNode* poNode);
   void DeleteTree(tNode* poNode);
   void FreeEmpty(size_type* pnFollow);
   bool Grow(size_type nLen);
-  void FreeBlob(tNode* poNode);
-  void RemoveRecord(size_type nNumber);
+  size_type FreeBlob(const tNode* poNode);
+  void Adjust(size_type nTo, size_type nFrom, size_type nGone, size_type nOffset, size_type nMoved);
+  void RemoveRecord(size_type nNumber, size_type nOffset, size_type nMoved);
   void Compact();
   void Format();
 };

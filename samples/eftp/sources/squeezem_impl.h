@@ -93,22 +93,25 @@ template<class T, class A> auto basic_squeezem<T, A>::Reserve(size_type nLen, bo
   return nullptr;
 }
 
-// Makes the buffer one step longer; the new bytes join the gap.
+// Makes the buffer one step longer; the new bytes join the gap. The two ends are copied straight to where they go,
+// and the gap is filled whole: nothing of what has been moved stays readable in it (invariant 7).
 template<class T, class A> bool basic_squeezem<T, A>::Grow(size_type nLen) {
   if (nStep == 0 || !Sound()) return false;
   nStep = std::max(nStep, nLen);
   if (nStep > std::numeric_limits<size_type>::max() - nBuffer) return false;
-  T* pb = mm_realloc(pbBuffer, nBuffer + nUnshrunk, nBuffer + nStep);
+  T* pb = mm_alloc(nBuffer + nStep);
   if (!pb) return false;
+  size_type table = prop_GetNodsLen(), data = prop_GetDataLst(), moved = data + nStep;
+  memcpy(pb, pbBuffer, table);
+  memset(pb + table, oSQThisZT, moved - table);
+  memcpy(pb + moved, pbBuffer + data, nBuffer - data);
+  mm_free(pbBuffer, nBuffer + nUnshrunk);
   pbBuffer = pb;
   nUnshrunk = 0;
-  size_type data = prop_GetDataLst();
-  memmove(pbBuffer + data + nStep, pbBuffer + data, nBuffer - data);
-  memset(pbBuffer + data, oSQThisZT, nStep); // what the data area has left behind as well (invariant 7)
+  nBuffer += nStep;
   for (size_type i = 1, end = TableEnd(); i < end; ++i)
     if (prop_GetDataOfs(At(i)) != 0) prop_AddDataOfs(At(i), nStep);
-  prop_AddDataLst(nStep);
-  nBuffer += nStep;
+  prop_PutDataLst(moved);
   return true;
 }
 
@@ -118,6 +121,11 @@ template<class T, class A> void basic_squeezem<T, A>::node_deleteall(tNode* poNo
 }
 
 template<class T, class A> void basic_squeezem<T, A>::DeleteAll(tNode* poNode, size_type* pnFollow) {
+  // A lone node is the usual case: its record can go at once instead of being looked for among all.
+  if (IsNode(poNode) && prop_GetEmpty() == 0 && prop_GetRight(poNode) == 0 && prop_GetDown(poNode) == 0) {
+    if (pnFollow && prop_GetNodNum(poNode) < *pnFollow) --*pnFollow;
+    return mem_squeeze(poNode, false);
+  }
   DeleteTree(poNode);
   FreeEmpty(pnFollow);
 }
@@ -244,20 +252,6 @@ auto basic_squeezem<T, A>::Searcher(tNode* poNode, const tString& oPath, bool fU
   return SearcherUni(poNode, oPath, 1, 0, poNode, fUnlink, false);
 }
 
-namespace zat {
-
-// Compares through the virtual operation, which wants a string of its own.
-template<class M> struct CompareVirtual {
-  M* poStore;
-  int operator()(typename M::tNode* poNode, std::string_view oPart) const {
-    try {
-      return poStore->compare(poNode, tString(oPart));
-    } catch (const std::exception&) { return -1; }
-  }
-};
-
-} // namespace zat
-
 template<class T, class A>
 auto basic_squeezem<T, A>::SearcherUni(tNode* poNode, const tString& oPath, size_type nLevel,
                                        size_type nDepth, tNode* poPrev, bool fUnlink, bool fDeleteAll)
@@ -269,63 +263,51 @@ auto basic_squeezem<T, A>::SearcherUni(tNode* poNode, const tString& oPath, size
     DeleteTree(poNode);
     return nullptr;
   }
-  tWalk<zat::CompareVirtual<basic_squeezem>> walk{oPath, {this}, fUnlink, TableEnd()};
+  tWalk walk{oPath, fUnlink, TableEnd()};
   return Search(walk, poNode, nLevel, nDepth, poPrev);
 }
 
 template<class T, class A>
 auto basic_squeezem<T, A>::Walker(tNode* poNode, const tString& oPath, size_type nLevel, size_type nDepth,
                                   tNode* poPrev) -> tWalkerCode {
-  bool found;
-  tWalk<zat::CompareVirtual<basic_squeezem>> walk{oPath, {this}, false, 0};
-  return static_cast<tWalkerCode>(
-      Step(walk, Component(oPath, nLevel, found), poNode, nLevel, nDepth, poPrev));
-}
-
-template<class T, class A>
-template<class C>
-uint32_t basic_squeezem<T, A>::Step(const tWalk<C>& oWalk, std::string_view oPart, tNode* poNode,
-                                    size_type nLevel, size_type nDepth, tNode* poPrev) {
   if (!IsNode(poNode)) return eWCnull;
   if (nDepth == 0) return visit(poNode, nLevel, poPrev);
-  switch (oWalk.oCompare(poNode, oPart)) {
-  case 0: return nLevel == nDepth ? eWCfind : eWCnextdown;
-  case 1: return nLevel >= nDepth ? eWCnextright : eWCnextwidth;
-  default: return eWCerror;
+  try {
+    bool found;
+    switch (compare(poNode, tString(Component(oPath, nLevel, found)))) {
+    case 0: return nLevel == nDepth ? eWCfind : eWCnextdown;
+    case 1: return nLevel >= nDepth ? eWCnextright : eWCnextwidth;
+    }
+  } catch (const std::exception&) {
+    // a component that no memory can be had for cannot be compared
   }
+  return eWCerror;
 }
 
 // One level of a search. The code of the node that the level began with decides how the whole level is run: only a
 // stop of a sibling changes it. That is why a level begun by a match ends with it, and why a level begun by a
 // mismatch looks at every sibling and goes into each that matches.
 template<class T, class A>
-template<class C>
-auto basic_squeezem<T, A>::Search(tWalk<C>& oWalk, tNode* poNode, size_type nLevel, size_type nDepth,
+auto basic_squeezem<T, A>::Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth,
                                   tNode* poPrev) -> tNode* {
   if (nLevel > kMaxLevel) return nullptr;
-  bool found;
-  std::string_view part = Component(oWalk.oPath, nLevel, found);
-  uint32_t code = Step(oWalk, part, poNode, nLevel, nDepth, poPrev);
+  uint32_t code = Walker(poNode, oWalk.oPath, nLevel, nDepth, poPrev);
   uint32_t own = code; // of the node at hand
-  tNode* result = nullptr;
   while (!(code & eWCstop) && code & eWCnextwidth) {
     size_type down = prop_GetDown(poNode);
-    if (code & eWCnextdown && down != 0 && (nDepth == 0 || own == eWCnextdown))
-      result = Search(oWalk, node_get(down), nLevel + 1, nDepth, poNode);
-    if (result) {
-      code = eWCfind;
-      break;
+    if (code & eWCnextdown && down != 0 && (nDepth == 0 || own == eWCnextdown)) {
+      tNode* found = Search(oWalk, node_get(down), nLevel + 1, nDepth, poNode);
+      if (found) return found;
     }
-    tNode* next =
-        code & eWCnextright && prop_GetRight(poNode) != 0 ? node_get(prop_GetRight(poNode)) : nullptr;
+    size_type right = code & eWCnextright ? prop_GetRight(poNode) : 0;
+    tNode* next = right != 0 ? node_get(right) : nullptr;
     if (!next || oWalk.nLeft-- == 0) return nullptr;
     poPrev = std::exchange(poNode, next);
-    own = Step(oWalk, part, poNode, nLevel, nDepth, poPrev);
+    own = Walker(poNode, oWalk.oPath, nLevel, nDepth, poPrev);
     if (own & eWCstop) code = own;
   }
   if (code != eWCfind) return nullptr;
-  if (!result) result = poNode;
-  return oWalk.fUnlink && nLevel == nDepth ? Unlink(result, poPrev) : result;
+  return oWalk.fUnlink && nLevel == nDepth ? Unlink(poNode, poPrev) : poNode;
 }
 
 // --- memory ------------------------------------------------------------------------------------------------------
@@ -361,7 +343,7 @@ template<class T, class A> void basic_squeezem<T, A>::FreeEmpty(size_type* pnFol
   while (tNode* po = node_findempty()) {
     if (!Sound()) return;
     if (pnFollow && prop_GetNodNum(po) < *pnFollow) --*pnFollow;
-    RemoveRecord(prop_GetNodNum(po));
+    RemoveRecord(prop_GetNodNum(po), 0, 0);
     prop_SubEmpty(1);
   }
 }
@@ -372,38 +354,48 @@ template<class T, class A> void basic_squeezem<T, A>::mem_squeeze(tNode* poNode,
   if (!poNode) return Compact();
   if (!IsNode(poNode)) return;
   if (IsEmpty(poNode)) prop_SubEmpty(1); // counted already
-  FreeBlob(poNode);
-  if (!fKeepEmpty) return RemoveRecord(prop_GetNodNum(poNode));
+  size_type offset = prop_GetDataOfs(poNode), moved = FreeBlob(poNode);
+  if (!fKeepEmpty) return RemoveRecord(prop_GetNodNum(poNode), offset, moved);
+  if (moved != 0)
+    for (size_type i = 1, end = TableEnd(); i < end; ++i) Adjust(i, i, ~size_type{0}, offset, moved);
   memset(static_cast<void*>(poNode), 0, zat::kNodeSize);
   prop_AddEmpty(1);
 }
 
-// Takes a blob out of the data area; the blobs below it move up. Blobs of no length that lie at its offset move
-// with them, or they would be left outside the data area.
-template<class T, class A> void basic_squeezem<T, A>::FreeBlob(tNode* poNode) {
+// Takes a blob out of the data area and gives its length, by which the blobs below it have moved up.
+template<class T, class A> auto basic_squeezem<T, A>::FreeBlob(const tNode* poNode) -> size_type {
   size_type length = prop_GetDataLen(poNode), offset = prop_GetDataOfs(poNode), data = prop_GetDataLst();
-  if (length == 0 || !Blob(poNode)) return;
+  if (length == 0 || !Blob(poNode)) return 0;
   memmove(pbBuffer + data + length, pbBuffer + data, offset - data);
-  for (size_type i = 1, end = TableEnd(); i < end; ++i) {
-    size_type other = prop_GetDataOfs(At(i));
-    if (other != 0 && other <= offset) prop_PutDataOfs(At(i), other + length);
-  }
   memset(pbBuffer + data, oSQThisZT, length);
   prop_AddDataLst(length);
+  return length;
 }
 
-// Takes a record out of the table and renumbers the links above it. Links to the record itself stay: there must be
-// none.
-template<class T, class A> void basic_squeezem<T, A>::RemoveRecord(size_type nNumber) {
-  size_type last = TableEnd() - 1;
-  memmove(static_cast<void*>(At(nNumber)), At(nNumber + 1), (last - nNumber) << zat::kNodeShift);
-  memset(static_cast<void*>(At(last)), oSQThisZT, zat::kNodeSize);
+// Copies a record within the table, after record nGone has left it and the blobs below nOffset have moved up by
+// nMoved. Links to nGone itself stay: there must be none. A blob of no length that lies at nOffset moves too, or it
+// would be left outside the data area.
+template<class T, class A>
+void basic_squeezem<T, A>::Adjust(size_type nTo, size_type nFrom, size_type nGone, size_type nOffset,
+                                  size_type nMoved) {
+  const tNode* from = At(nFrom);
+  size_type right = prop_GetRight(from), down = prop_GetDown(from), length = prop_GetDataLen(from),
+            offset = prop_GetDataOfs(from);
+  tNode* to = At(nTo);
+  prop_PutRight(to, right - (right > nGone));
+  prop_PutDown(to, down - (down > nGone));
+  prop_PutDataLen(to, length);
+  prop_PutDataOfs(to, offset + (offset - 1 < nOffset ? nMoved : 0)); // 0, no blob, is the largest here
+}
+
+// Takes a record out of the table and renumbers what is above it, in one run together with the moved blobs.
+template<class T, class A>
+void basic_squeezem<T, A>::RemoveRecord(size_type nNumber, size_type nOffset, size_type nMoved) {
+  size_type end = TableEnd();
+  for (size_type i = 1; i < nNumber; ++i) Adjust(i, i, nNumber, nOffset, nMoved);
+  for (size_type i = nNumber + 1; i < end; ++i) Adjust(i - 1, i, nNumber, nOffset, nMoved);
+  memset(static_cast<void*>(At(end - 1)), oSQThisZT, zat::kNodeSize);
   prop_SubNodsNum(1);
-  if (nNumber == last) return;
-  for (size_type i = 1; i < last; ++i) {
-    if (prop_GetRight(At(i)) > nNumber) prop_SubRight(At(i), 1);
-    if (prop_GetDown(At(i)) > nNumber) prop_SubDown(At(i), 1);
-  }
   if (prop_GetFirst() > nNumber) prop_SubFirst(1);
 }
 

@@ -56,6 +56,7 @@
 //      can be stored.
 #pragma once
 #include "ssqueeze.h"
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -144,3 +145,33 @@ private:
   const char* Bytes() const { return reinterpret_cast<const char*>(this); }
 };
 static_assert(sizeof(tHeader) == 2 && alignof(tHeaderD) == 1);
+
+namespace zat {
+
+// A tag that many blobs are compared with. Tags are short: length and tag of a blob are then compared as one word
+// instead of byte by byte.
+class TagKey {
+public:
+  explicit TagKey(std::string_view oTagIn) : oTag(oTagIn) {
+    if (std::endian::native != std::endian::little || oTag.size() >= sizeof nKey) return;
+    nKey = oTag.size();
+    for (size_t i = 0; i < oTag.size(); ++i)
+      nKey |= uint64_t{static_cast<unsigned char>(oTag[i])} << 8 * (i + 1);
+    nMask = ~uint64_t{0} >> 8 * (sizeof nMask - 1 - oTag.size());
+  }
+
+  // Whether the blob of nBlob bytes has this tag; nReadable bytes can be read from its begin on, no fewer than nBlob.
+  bool Matches(const tHeaderD* poBlob, uint64_t nBlob, uint64_t nReadable) const {
+    if (nMask == 0 || nReadable <= sizeof nKey) return poBlob->CompareTag(nBlob, oTag) == 0;
+    uint64_t word;
+    memcpy(&word, &poBlob->oTagLen, sizeof word);
+    return ((word ^ nKey) & nMask) == 0 && nBlob >= tHeaderD::CalcMemLen(oTag.size(), 0);
+  }
+
+private:
+  std::string_view oTag;
+  uint64_t nKey = 0;
+  uint64_t nMask = 0; // 0: not a short tag
+};
+
+} // namespace zat

@@ -75,25 +75,29 @@ public:
 
   tWalkerCode visit(tNode*, size_type, tNode*) override { return eWCnextwidth; }
   // Final, because searches inside the store compare directly.
-  int compare(tNode* poNode, const tString& oComponent) final { return CompareTag(poNode, oComponent); }
+  int compare(tNode* poNode, const tString& oComponent) final {
+    return this->IsNode(poNode) && HasTag(poNode, zat::TagKey(oComponent)) ? 0 : 1;
+  }
 
 private:
-  struct CompareDirect {
-    const basic_squeezet* poStore;
-    int operator()(tNode* poNode, std::string_view oPart) const { return poStore->CompareTag(poNode, oPart); }
-  };
-
   const tHeaderD* Header(const tNode* po) const { return reinterpret_cast<const tHeaderD*>(this->Blob(po)); }
-  int CompareTag(const tNode* po, std::string_view oTag) const {
-    const tHeaderD* header = Header(po);
-    return header ? header->CompareTag(this->prop_GetDataLen(po), oTag) : 1;
-  }
   tNode* Redeem(const SSqueeze& oId) const {
     return oId.pulGlobal == oSelf.pulGlobal ? static_cast<tNode*>(oId.ss_get()) : nullptr;
   }
+  bool HasTag(const tNode* po, const zat::TagKey& oKey) const {
+    const tHeaderD* header = Header(po);
+    return header &&
+           oKey.Matches(header, this->prop_GetDataLen(po), this->nBuffer - this->prop_GetDataOfs(po));
+  }
+  size_type FirstBelow(size_type nParent) {
+    return nParent != 0 ? this->prop_GetDown(this->At(nParent)) : this->prop_GetFirst();
+  }
 
-  tNode* FindPath(std::string_view oPath, tNode* poStart, bool fUnlink);
-  tNode* Link(tNode* poParent, std::string_view oTag, const void* pvBytes, size_t lLen, tDataType oType,
+  static std::string_view Cut(std::string_view& oRest);
+  size_type Sibling(size_type nNumber, const zat::TagKey& oKey, size_type* pnPrev, size_type* pnLeft);
+  tNode* FindFrom(size_type nNumber, std::string_view oRest, size_type nDeep, size_type nPrev, bool fUnlink,
+                  size_type* pnLeft);
+  tNode* Link(size_type nParent, std::string_view oTag, const void* pvBytes, size_t lLen, tDataType oType,
               bool fChild);
   void Remove(size_type* pnParent, std::string_view oTag);
 };
@@ -105,16 +109,49 @@ template<class T, class A> SSqueeze basic_squeezet<T, A>::Find(const tString& oP
 template<class T, class A>
 auto basic_squeezet<T, A>::FindEx(const tString& oPath, tNode* poStart, bool fUnlink) -> tNode* {
   [[maybe_unused]] zat::SqueezeGuard guard(*this, zat::eSCroom);
-  return FindPath(oPath, poStart, fUnlink);
+  size_type deep = this->Deep(oPath), left = this->TableEnd();
+  if (deep == 0 || deep > this->kMaxLevel || (poStart && !this->IsNode(poStart))) return nullptr;
+  size_type first = poStart ? this->prop_GetNodNum(poStart) : this->prop_GetFirst();
+  return FindFrom(first, oPath, deep, first, fUnlink, &left);
 }
 
+// The component that a path begins with, taken off it together with its dot.
+template<class T, class A> std::string_view basic_squeezet<T, A>::Cut(std::string_view& oRest) {
+  size_t length = 0;
+  while (length < oRest.size() && oRest[length] != tBase::oSQThisDT) ++length;
+  std::string_view part = oRest.substr(0, length);
+  oRest.remove_prefix(std::min(length + 1, oRest.size()));
+  return part;
+}
+
+// The first node with a tag, from node nNumber on to the right; 0 when there is none. *pnPrev becomes its left
+// sibling, if it has one here; *pnLeft counts down the nodes that may still be looked at.
 template<class T, class A>
-auto basic_squeezet<T, A>::FindPath(std::string_view oPath, tNode* poStart, bool fUnlink) -> tNode* {
-  size_type deep = this->Deep(oPath), first = this->prop_GetFirst();
-  if (!poStart && first != 0) poStart = this->node_get(first);
-  if (deep == 0 || !poStart) return nullptr;
-  typename tBase::template tWalk<CompareDirect> walk{oPath, {this}, fUnlink, this->prop_GetNodsNum()};
-  return this->Search(walk, poStart, 1, deep, poStart);
+auto basic_squeezet<T, A>::Sibling(size_type nNumber, const zat::TagKey& oKey, size_type* pnPrev,
+                                   size_type* pnLeft) -> size_type {
+  for (size_type end = this->TableEnd(); nNumber != 0 && nNumber < end && *pnLeft != 0; --*pnLeft) {
+    if (HasTag(this->At(nNumber), oKey)) return nNumber;
+    *pnPrev = std::exchange(nNumber, this->prop_GetRight(this->At(nNumber)));
+  }
+  return 0;
+}
+
+// What SearcherUni does for a path, but by comparing directly and cutting each component once. A level that begins
+// with a match ends with it; in any other, further nodes with the same tag are gone into as well.
+template<class T, class A>
+auto basic_squeezet<T, A>::FindFrom(size_type nNumber, std::string_view oRest, size_type nDeep,
+                                    size_type nPrev, bool fUnlink, size_type* pnLeft) -> tNode* {
+  zat::TagKey key(Cut(oRest));
+  size_type number = nNumber;
+  while ((number = Sibling(number, key, &nPrev, pnLeft)) != 0) {
+    tNode* node = this->At(number);
+    if (nDeep == 1) return fUnlink ? this->Unlink(node, this->At(nPrev)) : node;
+    size_type down = this->prop_GetDown(node);
+    tNode* found = down != 0 ? FindFrom(down, oRest, nDeep - 1, number, fUnlink, pnLeft) : nullptr;
+    if (found || number == nNumber) return found;
+    nPrev = std::exchange(number, this->prop_GetRight(node));
+  }
+  return nullptr;
 }
 
 template<class T, class A>
@@ -163,37 +200,35 @@ auto basic_squeezet<T, A>::PutDataEx(const tString& oPath, const void* pvBytes, 
   if (deep == 0 || deep > kMaxDeep || (!pvBytes && lLen > 0) || !tHeader::CanStore(oType)) return nullptr;
   std::string_view rest = oPath;
   for (size_type level = 1; level < deep; ++level) {
-    std::string_view part = rest.substr(0, rest.find(this->oSQThisDT));
-    rest.remove_prefix(part.size() + 1);
-    tNode* above = parent != 0 ? this->node_get(parent) : nullptr;
-    size_type first = above ? this->prop_GetDown(above) : this->prop_GetFirst();
-    tNode* node = first != 0 ? FindPath(part, this->node_get(first), false) : nullptr;
-    if (!node) node = Link(above, part, nullptr, 0, eDTnode, true);
-    if (!node) return nullptr;
-    parent = this->prop_GetNodNum(node);
+    std::string_view part = Cut(rest);
+    size_type prev = 0, left = this->TableEnd(),
+              number = Sibling(FirstBelow(parent), zat::TagKey(part), &prev, &left);
+    if (number == 0) {
+      tNode* made = Link(parent, part, nullptr, 0, eDTnode, true);
+      if (!made) return nullptr;
+      number = this->prop_GetNodNum(made);
+    }
+    parent = number;
   }
   if (rest.empty()) return nullptr;
   Remove(&parent, rest);
-  return Link(parent != 0 ? this->node_get(parent) : nullptr, rest, pvBytes, lLen, oType, true);
+  return Link(parent, rest, pvBytes, lLen, oType, true);
 }
 
 // Deletes the child with this tag, or the top-level node when *pnParent is 0. *pnParent follows its record.
 template<class T, class A> void basic_squeezet<T, A>::Remove(size_type* pnParent, std::string_view oTag) {
-  size_type first = *pnParent != 0 ? this->prop_GetDown(this->node_get(*pnParent)) : this->prop_GetFirst();
-  tNode* node = first != 0 ? this->node_get(first) : nullptr;
-  if (!node) return;
-  if (CompareTag(node, oTag) != 0) {
-    node = FindPath(oTag, node, true);
-  } else {
-    // The first top-level node is unlinked from record 0 as if that were a node: its second word is First where a
-    // node has its first child, and its first word is Empty where a node has its right sibling. With Empty equal
-    // to the node's number the wrong link would be changed, so there must be no empty record.
-    if (*pnParent == 0) {
-      this->mem_freeempty();
-      node = this->node_get(this->prop_GetFirst());
-    }
-    node = this->Unlink(node, this->node_get(*pnParent));
+  size_type prev = *pnParent, left = this->TableEnd(), first = FirstBelow(*pnParent);
+  size_type number = Sibling(first, zat::TagKey(oTag), &prev, &left);
+  if (number == 0) return;
+  // The first top-level node is unlinked from record 0 as if that were a node: its second word is First where a node
+  // has its first child, and its first word is Empty where a node has its right sibling. With Empty equal to the
+  // node's number the wrong link would be changed, so there must be no empty record.
+  if (*pnParent == 0 && number == first) {
+    this->mem_freeempty();
+    number = this->prop_GetFirst();
   }
+  tNode* node = this->node_get(number);
+  if (node) node = this->Unlink(node, this->node_get(prev));
   if (node) this->DeleteAll(node, pnParent);
 }
 
@@ -201,23 +236,23 @@ template<class T, class A>
 auto basic_squeezet<T, A>::LinkData(tNode* poParent, const tString& oTag, const void* pvBytes, size_t lLen,
                                     tDataType oType, bool fChild) -> tNode* {
   [[maybe_unused]] zat::SqueezeGuard guard(*this, zat::eSCtags);
-  if ((!pvBytes && lLen > 0) || !tHeader::CanStore(oType)) return nullptr;
-  return Link(poParent, oTag, pvBytes, lLen, oType, fChild);
+  if ((!pvBytes && lLen > 0) || !tHeader::CanStore(oType) || (poParent && !this->IsNode(poParent)))
+    return nullptr;
+  return Link(poParent ? this->prop_GetNodNum(poParent) : 0, oTag, pvBytes, lLen, oType, fChild);
 }
 
+// LinkData below or beside the node with this number; 0 is the top level.
 template<class T, class A>
-auto basic_squeezet<T, A>::Link(tNode* poParent, std::string_view oTag, const void* pvBytes, size_t lLen,
+auto basic_squeezet<T, A>::Link(size_type nParent, std::string_view oTag, const void* pvBytes, size_t lLen,
                                 tDataType oType, bool fChild) -> tNode* {
-  if (poParent && !this->IsNode(poParent)) return nullptr;
-  size_type parent = poParent ? this->prop_GetNodNum(poParent) : 0;
   size_type length = tHeaderD::CalcMemLen(oTag.size(), lLen);
   tNode* node = length != 0 ? this->Reserve(length, true) : nullptr;
   if (!node) return nullptr;
   // Written straight into its place: a blob made apart first would cost an allocation for each value.
   reinterpret_cast<tHeaderD*>(this->pbBuffer + this->prop_GetDataOfs(node))
       ->Place(oType, oTag, pvBytes, lLen);
-  tNode* place = parent != 0 ? this->node_get(parent) : nullptr;
-  if ((parent == 0 || place) && this->LinkNode(place, node, fChild)) return node;
+  tNode* place = nParent != 0 ? this->node_get(nParent) : nullptr;
+  if ((nParent == 0 || place) && this->LinkNode(place, node, fChild)) return node;
   this->node_delete(node, false);
   return nullptr;
 }
