@@ -1,8 +1,8 @@
 // The 40 parameters of a payment in the store, beside the same in a std::map and in a nlohmann-json object: building
 // it, finding every value, replacing every value by a longer one, and the bytes that it takes.
 #include "EFTPMisc.h"
+#include "count_alloc.h"
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -97,10 +97,10 @@ template<class K> void Build(benchmark::State& state) {
     Fill(kept);
     benchmark::DoNotOptimize(kept);
   }
-  size_t before = mallinfo2().uordblks;
+  size_t before = bench::lLiveBytes;
   auto kept = std::make_unique<K>();
   Fill(*kept);
-  state.counters["bytes"] = static_cast<double>(mallinfo2().uordblks - before);
+  state.counters["bytes"] = static_cast<double>(bench::lLiveBytes - before);
 }
 
 template<class K> void Find(benchmark::State& state) {

@@ -92,8 +92,6 @@ void CounterGive(uint64_t* pulCounter) {
 
 } // namespace zat
 
-SSqueeze::SSqueeze() : pvSome(nullptr), pulGlobal(nullptr), ulLocal(0) {}
-
 void SSqueeze::ss_next(uint64_t* pulCounter) {
   if (ulLocal != 0) return;
   if (!pulGlobal && pulCounter) {
@@ -102,16 +100,6 @@ void SSqueeze::ss_next(uint64_t* pulCounter) {
   }
   if (pulGlobal) *pulGlobal = ss_make(*pulGlobal);
 }
-
-SSqueeze SSqueeze::ss_put(void* pvNode) const {
-  SSqueeze issued;
-  issued.pvSome = pvNode;
-  issued.pulGlobal = pulGlobal;
-  issued.ulLocal = pulGlobal ? *pulGlobal : 0;
-  return issued;
-}
-
-void* SSqueeze::ss_get() const { return pulGlobal && ulLocal == *pulGlobal ? pvSome : nullptr; }
 
 uint64_t SSqueeze::ss_make(uint64_t ulPrevious) {
   return uint64_t{ClockLow()} << 32 | static_cast<uint32_t>(ulPrevious + 1);

@@ -40,7 +40,7 @@ struct SSqueeze {
   };
 
   // The null identifier.
-  SSqueeze();
+  SSqueeze() : pvSome(nullptr), pulGlobal(nullptr), ulLocal(0) {}
 
   // Starts a new generation: every identifier issued through this one before is stale from now on. Only the
   // store's own identifier (ulLocal 0) does this; on an issued one the call has no effect. An identifier
@@ -49,10 +49,16 @@ struct SSqueeze {
   void ss_next(uint64_t* pulCounter = nullptr);
 
   // An identifier of pvNode in the current generation of this store. Null nodes may be issued too.
-  SSqueeze ss_put(void* pvNode) const;
+  SSqueeze ss_put(void* pvNode) const {
+    SSqueeze issued;
+    issued.pvSome = pvNode;
+    issued.pulGlobal = pulGlobal;
+    issued.ulLocal = pulGlobal ? *pulGlobal : 0;
+    return issued;
+  }
 
   // The node, or null when the identifier is stale or null.
-  void* ss_get() const;
+  void* ss_get() const { return pulGlobal && ulLocal == *pulGlobal ? pvSome : nullptr; }
 
   // The generation that follows ulPrevious: its low 32 bits count on, the high 32 bits are those of the
   // process clock (PClock), so that generations of different runs differ.

@@ -128,7 +128,9 @@ struct tHeaderD : tHeader {
   // 0 when the tag is oTag, byte by byte and as a whole; 1 when it differs.
   int CompareTag(uint64_t nBlob, std::string_view oTag) const {
     const char* tag = TagMem(nBlob);
-    return tag && oTagLen == oTag.size() && memcmp(tag, oTag.data(), oTag.size()) == 0 ? 0 : 1;
+    if (!tag || oTagLen != oTag.size()) return 1;
+    if (!oTag.empty() && *tag != oTag[0]) return 1; // most tags differ here, and the call costs more than they do
+    return memcmp(tag, oTag.data(), oTag.size()) == 0 ? 0 : 1;
   }
 
   // Writes header, tag and value; the blob has CalcMemLen bytes. A value without bytes is stored as eDTpempel, or
