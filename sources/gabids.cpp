@@ -1,4 +1,5 @@
 #include "gabids.h"
+#include "util.h"
 #include <algorithm>
 
 namespace {
@@ -53,13 +54,6 @@ void MaskRuns(std::string& oText) {
   }
 }
 
-// The last four digits of a card number; nothing of what follows behind '='.
-void MaskCard(std::string& oText) {
-  size_t number = std::min(oText.find('='), oText.size());
-  for (size_t i = 0; i < oText.size(); ++i)
-    if (i != number && (i > number || i + 4 < number)) oText[i] = '*';
-}
-
 tTagShow ShowOf(std::string_view oPath) {
   if (const tTag* row = TagRow(oPath)) return row->oShow;
   return oPath.starts_with(abisTRsec) ? eTShidden : eTSscan;
@@ -94,7 +88,7 @@ void MaskValue(std::string_view oPath, std::string& oValue) {
   switch (ShowOf(oPath)) {
   case eTSplain: break;
   case eTSscan: MaskRuns(oValue); break;
-  case eTSlast4: MaskCard(oValue); break;
+  case eTSlast4: MaskPEX(oValue, 4, '*'); break;
   case eTShidden: oValue.assign(oValue.size(), '*'); break;
   }
 }

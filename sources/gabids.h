@@ -5,6 +5,7 @@
 // and an equal text from somewhere else is an unknown tag. A text that was read from outside (a command line,
 // a dump) becomes a pointer through zat::TagFromText.
 #pragma once
+#include "export.h"
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -100,7 +101,7 @@ enum tTagShow : int {
   X(abisEFmcn, "EF.MCN", eTSscan)                                                                            \
   X(abisEFwid, "EF.WID", eTSplain)
 
-#define GABIDS_DECLARE(name, text, show) extern const char* const name;
+#define GABIDS_DECLARE(name, text, show) ZAT_API extern const char* const name;
 GABIDS(GABIDS_DECLARE)
 #undef GABIDS_DECLARE
 
@@ -113,20 +114,20 @@ struct tTag {
 };
 
 // The whole table in the order above; *plCount receives the number of rows. Never null.
-const tTag* Tags(size_t* plCount);
+ZAT_API const tTag* Tags(size_t* plCount);
 
 // The row with this text, compared byte by byte; null for a text that is not in the dictionary.
-const tTag* TagRow(std::string_view oText);
+ZAT_API const tTag* TagRow(std::string_view oText);
 
 // The pointer with this text; null for a text that is not in the dictionary.
-const char* TagFromText(std::string_view oText);
+ZAT_API const char* TagFromText(std::string_view oText);
 
 // What the first component of a tag groups ("TR": "transaction"), in English, for people; the whole tag may
 // be given. Null for a group that the dictionary does not have.
-const char* TagGroupText(std::string_view oTag);
+ZAT_API const char* TagGroupText(std::string_view oTag);
 
 // Replaces by '*' what nobody may see of a value under this path. A path that is not in the dictionary is hidden
 // below "TR.S" and looked through for card numbers elsewhere.
-void MaskValue(std::string_view oPath, std::string& oValue);
+ZAT_API void MaskValue(std::string_view oPath, std::string& oValue);
 
 } // namespace zat

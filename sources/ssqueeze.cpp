@@ -1,11 +1,11 @@
 #include "ssqueeze.h"
+#include "util.h"
 #include <atomic>
 #include <charconv>
 #include <ctime>
 #include <limits>
 #include <mutex>
 #include <new>
-#include <sys/times.h>
 #include <system_error>
 #include <utility>
 
@@ -21,8 +21,7 @@ uint32_t ClockLow() {
   uint32_t stamp = static_cast<uint32_t>(now.tv_sec) * 1000u + static_cast<uint32_t>(now.tv_nsec / 1000000);
   uint64_t last = ulLast.load(std::memory_order_relaxed);
   if (last != 0 && last >> 32 == stamp) return static_cast<uint32_t>(last);
-  tms unused;
-  uint32_t clock = static_cast<uint32_t>(times(&unused));
+  uint32_t clock = static_cast<uint32_t>(PClock());
   ulLast.store(uint64_t{stamp} << 32 | clock, std::memory_order_relaxed);
   return clock;
 }

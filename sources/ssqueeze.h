@@ -4,6 +4,7 @@
 // number of the write after which it was taken. A later write changes the store's number, and an identifier
 // with another number is stale: it gives null instead of a pointer into memory that has moved.
 #pragma once
+#include "export.h"
 #include "initorder.h"
 #include "ztypes.h"
 #include <cstddef>
@@ -21,7 +22,7 @@ enum tDataType : int {
   eDTpempel = 16, // a typed node whose value is empty
 };
 
-struct SSqueeze {
+struct ZAT_API SSqueeze {
   void* pvSome;        // the node; null when there is none
   uint64_t* pulGlobal; // where the issuing store counts its writes; null in a null identifier
   uint64_t ulLocal;    // that count when the identifier was issued
@@ -78,7 +79,7 @@ struct SSqueeze {
 };
 
 // The null identifier that everybody shares. Nothing ever writes to it.
-extern SSqueeze SQNull;
+ZAT_API extern SSqueeze SQNull;
 
 namespace zat {
 
@@ -88,9 +89,9 @@ namespace zat {
 // pool is never larger than the largest number of stores alive at once. Any thread may call these.
 
 // A counter that no other store has; null when there is no memory for one.
-uint64_t* CounterTake();
+ZAT_API uint64_t* CounterTake();
 
 // Ends the use of a counter, making everything issued under it stale. Null is allowed.
-void CounterGive(uint64_t* pulCounter);
+ZAT_API void CounterGive(uint64_t* pulCounter);
 
 } // namespace zat

@@ -1,6 +1,7 @@
 // Looks at the buffer of a parameter store from outside: a checker for the invariants of squeezenode.h and a dump
 // for people. Both take any bytes at all and read only those they are given.
 #pragma once
+#include "export.h"
 #include "ztypes.h"
 #include <cassert>
 #include <cstdint>
@@ -22,12 +23,13 @@ struct tSqueezeFault {
 
 // Whether a buffer of nSize bytes is a sound store; if not, *poFault (may be null) receives the first thing that is
 // wrong. A null buffer, that of a store without memory, counts as sound.
-bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow, tSqueezeFault* poFault = nullptr);
+ZAT_API bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow,
+                          tSqueezeFault* poFault = nullptr);
 
 // The tree, one node a line, children indented under their parent: tag, number, type and value. Card data are
 // masked as the dictionary of tags wants it. Starts with a summary and, when the store is damaged, with the fault;
 // then what can be read is shown.
-tString SqueezeDump(const void* pvBuffer, uint64_t nSize);
+ZAT_API tString SqueezeDump(const void* pvBuffer, uint64_t nSize);
 
 #ifdef NDEBUG
 

@@ -129,7 +129,8 @@ struct tHeaderD : tHeader {
   int CompareTag(uint64_t nBlob, std::string_view oTag) const {
     const char* tag = TagMem(nBlob);
     if (!tag || oTagLen != oTag.size()) return 1;
-    if (!oTag.empty() && *tag != oTag[0]) return 1; // most tags differ here, and the call costs more than they do
+    if (!oTag.empty() && *tag != oTag[0])
+      return 1; // most tags differ here, and the call costs more than they do
     return memcmp(tag, oTag.data(), oTag.size()) == 0 ? 0 : 1;
   }
 

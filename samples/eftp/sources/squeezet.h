@@ -2,6 +2,7 @@
 // buffer and the invariants are drawn in squeezenode.h, the engine under it is squeezem.h, whose general rules hold
 // here too: nothing throws, and nodes move with every write.
 #pragma once
+#include "export.h"
 #include "squeezem.h"
 
 template<class T, class A = std::allocator<T>> class basic_squeezet : public basic_squeezem<T, A> {
@@ -258,5 +259,5 @@ auto basic_squeezet<T, A>::Link(size_type nParent, std::string_view oTag, const 
 }
 
 typedef basic_squeezet<char> SqueezeT;
-extern template class basic_squeezem<char>;
-extern template class basic_squeezet<char>;
+extern template class ZAT_API basic_squeezem<char>;
+extern template class ZAT_API basic_squeezet<char>;
