@@ -1,0 +1,290 @@
+#include "command.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+#include "amount.h"
+#include "charset.h"
+#include "gabids.h"
+#include "texts.h"
+#include "util.h"
+
+namespace zat::till {
+namespace {
+
+constexpr char kLibrary[] = "libzat_ms.so";
+constexpr char kFromInput[] = "-";
+constexpr size_t kTidWidth = 10, kRrnWidth = 12, kWorkIdWidth = 2, kTrack2Width = 37;
+constexpr int kCardDigits = 13; // so many digits in a word may be a card number
+constexpr int kMaxWait = 3600;
+
+// What a command takes, a set of bits.
+enum Takes : int { eNothing = 0, eAmount = 1, eRrn = 2, eTrack2 = 4, eRaw = 8 };
+
+struct CommandRow {
+  const char* pccName;
+  tEFTPWorkId oId;
+  int iTakes;
+  Text oHelp;
+  const char* pccExample;
+};
+constexpr CommandRow kCommands[] = {
+    {"sale", eEFTPwidSale, eAmount | eTrack2, Text::CmdSale, "zat_till sale 1250.00"},
+    {"refund", eEFTPwidCredit, eAmount | eTrack2, Text::CmdRefund, "zat_till refund 99,90 --tid 12"},
+    {"preauth", eEFTPwidPreA, eAmount | eTrack2, Text::CmdPreauth, "zat_till preauth 5000 --json"},
+    {"reverse", eEFTPwidRevSale, eRrn | eAmount, Text::CmdReverse, "zat_till reverse 123456789012 1250.00"},
+    {"void", eEFTPwidVoid, eRrn, Text::CmdVoid, "zat_till void 123456789012"},
+    {"login", eEFTPwidLogin, eNothing, Text::CmdLogin, "zat_till login"},
+    {"totals", eEFTPwidFinAmount, eNothing, Text::CmdTotals, "zat_till totals"},
+    {"end-of-day", eEFTPwidFinDay, eNothing, Text::CmdEndOfDay, "zat_till end-of-day"},
+    {"raw", eEFTPwidNone, eRaw, Text::CmdRaw, "zat_till raw 20 123456789012"},
+};
+
+bool Has(const CommandRow& command, Takes what) { return (command.iTakes & what) != 0; }
+
+bool IsAlnum(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+bool IsName(const tString& text, size_t limit) {
+  return !text.empty() && text.size() <= limit && std::all_of(text.begin(), text.end(), IsAlnum);
+}
+
+// A word of the user for a complaint about it. A card number in the wrong place is not shown again.
+tString Shown(tString word) {
+  tString digits = word;
+  if (MaskDigit(digits, 0, -1, '*') >= kCardDigits) word = digits;
+  return word;
+}
+
+// ---- checks: each gives the complaint, or "" ----
+
+constexpr std::pair<AmountFault, Text> kAmountFaults[] = {{AmountFault::NotANumber, Text::BadAmount},
+                                                          {AmountFault::Negative, Text::NegativeAmount},
+                                                          {AmountFault::Decimals, Text::AmountDecimals},
+                                                          {AmountFault::TooLong, Text::AmountTooLong},
+                                                          {AmountFault::Zero, Text::AmountZero}};
+
+tString CheckAmount(const tString& text, uint64_t& kopecks) {
+  AmountFault fault = ReadAmount(text, kopecks);
+  for (auto [known, complaint] : kAmountFaults)
+    if (fault == known) return Say(complaint, Shown(text));
+  return "";
+}
+
+tString CheckTrack2(tString& track) {
+  if (track == kFromInput) std::getline(std::cin, track);
+  track.erase(track.find_last_not_of("\r\n") + 1);
+  return ShrinkTrack2(track) == 0 && track.size() <= kTrack2Width ? "" : Say(Text::BadTrack2);
+}
+
+tString CheckWait(const tString& text, int& seconds) {
+  const char* end = text.data() + text.size();
+  auto [stop, fault] = std::from_chars(text.data(), end, seconds);
+  bool good = fault == std::errc() && stop == end && seconds >= 0 && seconds <= kMaxWait;
+  return good ? "" : Say(Text::BadWait, Shown(text));
+}
+
+bool IsWorkId(const tString& text) {
+  return text.size() == kWorkIdWidth &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
+}
+
+tString CheckRaw(const Options& options, const tString& charset, Request& request) {
+  if (!IsWorkId(options.oWorkId)) return Say(Text::BadWorkId, Shown(options.oWorkId));
+  request.oId = static_cast<tEFTPWorkId>(EFTPWId(options.oWorkId[0], options.oWorkId[1]));
+  Charset toWire(kCp1251, charset);
+  if (!toWire.Fits(options.oData)) return Say(Text::BadData);
+  request.oData = toWire(options.oData);
+  if (request.oData.size() > kMaxData) return Say(Text::DataTooLong, request.oData.size());
+  return request.oData.size() == kImpossibleData ? Say(Text::Data255) : "";
+}
+
+void Put(SqueezeT& store, const char* tag, const tString& value) {
+  store.PutData(tag, value.data(), value.size());
+}
+
+// The data of a request from its parameters, by the table of messages.
+bool MakeData(const CommandRow& command, const Options& options, uint64_t kopecks, Request& request) {
+  SqueezeT store;
+  Put(store, abisTMtid, options.oTid);
+  // Totals are asked for as a whole: no reference, no amount.
+  bool totals = command.oId == eEFTPwidFinAmount;
+  if (Has(command, eRrn) || totals) Put(store, abisTRrfn, totals ? " " : options.oRrn);
+  if (Has(command, eAmount) || totals) Put(store, abisTRamt, WireAmount(kopecks));
+  if (options.oTrack2) Put(store, abisTRtr2, *options.oTrack2);
+  tPadsData pads = {&store, nullptr, command.oId, nullptr};
+  return EFTPMakeData(&pads, request.oData);
+}
+
+tString MakeOrder(const CommandRow& command, Options& options, const tString& charset, Order& order) {
+  Request& request = order.oRequest;
+  request.oId = command.oId;
+  request.oTid = options.oTid;
+  order.oCommand = command.pccName;
+  order.oLib = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
+  order.oConfig = options.oConfig;
+  order.fJson = options.fJson;
+
+  tString complaint = CheckWait(options.oWait, request.iPauseLimit);
+  if (complaint.empty() && !IsName(options.oTid, kTidWidth))
+    complaint = Say(Text::BadTid, Shown(options.oTid));
+  if (complaint.empty() && Has(command, eAmount)) complaint = CheckAmount(options.oAmount, order.ulKopecks);
+  if (complaint.empty() && Has(command, eRrn) && !IsName(options.oRrn, kRrnWidth))
+    complaint = Say(Text::BadRrn, Shown(options.oRrn));
+  if (complaint.empty() && options.oTrack2) complaint = CheckTrack2(*options.oTrack2);
+  if (!complaint.empty()) return complaint;
+  if (Has(command, eRaw)) return CheckRaw(options, charset, request);
+  return MakeData(command, options, order.ulKopecks, request) ? "" : Say(Text::WhyBadRequest);
+}
+
+// ---- the command line ----
+
+// Help lines in the columns of a narrow terminal, in any language; commands with what they take.
+class Layout : public CLI::Formatter {
+public:
+  Layout() {
+    label("Usage", Say(Text::Usage));
+    label("Positionals", Say(Text::Arguments));
+    label("SUBCOMMAND", "COMMAND");
+    for (const char* silent : {"TEXT", "REQUIRED"}) label(silent, "");
+    column_width(kColumn);
+  }
+  std::string make_option_desc(const CLI::Option* option) const override {
+    return Fold(option->get_description(), kWidth - kColumn);
+  }
+  std::string make_subcommand(const CLI::App* sub) const override {
+    std::string name = sub->get_name();
+    for (const CLI::Option* option : sub->get_options())
+      if (option->get_positional()) name += " " + make_option_usage(option);
+    std::ostringstream out;
+    CLI::detail::format_help(out, name, sub->get_description(), kColumn);
+    return out.str();
+  }
+
+private:
+  static constexpr size_t kColumn = 26, kWidth = 80;
+
+  // Breaks a UTF-8 text at blanks into lines of so many characters.
+  static std::string Fold(std::string text, size_t width) {
+    size_t shown = 0, blank = std::string::npos;
+    for (size_t at = 0; at < text.size(); ++at) {
+      shown += IsFirstByte(text[at]);
+      if (shown > width && blank != std::string::npos) {
+        text[blank] = '\n';
+        shown = Characters(text.substr(blank + 1, at - blank));
+        blank = std::string::npos;
+      }
+      if (text[at] == ' ') blank = at;
+    }
+    return text;
+  }
+};
+
+void AddOptions(CLI::App& app, Options& options) {
+  app.add_option("--lib", options.oLib, Say(Text::OptLib))->type_name("FILE");
+  app.add_option("--config", options.oConfig, Say(Text::OptConfig))->type_name("PATH");
+  app.add_option("--tid", options.oTid, Say(Text::OptTid))->type_name("ID");
+  app.add_option("--wait", options.oWait, Say(Text::OptWait))->type_name("SECONDS");
+  app.add_flag("--json", options.fJson, Say(Text::OptJson));
+}
+
+void AddCommand(CLI::App& app, const CommandRow& command, Options& options) {
+  CLI::App* sub = app.add_subcommand(command.pccName, Say(command.oHelp));
+  if (Has(command, eRrn)) sub->add_option("RRN", options.oRrn, Say(Text::ArgRrn))->required();
+  if (Has(command, eAmount)) sub->add_option("AMOUNT", options.oAmount, Say(Text::ArgAmount))->required();
+  if (Has(command, eRaw)) {
+    sub->add_option("WORKID", options.oWorkId, Say(Text::ArgWorkId))->required();
+    sub->add_option("DATA", options.oData, Say(Text::ArgData));
+  }
+  if (Has(command, eTrack2))
+    sub->add_option("--track2", options.oTrack2, Say(Text::OptTrack2))->type_name("TRACK");
+  AddOptions(*sub, options);
+  sub->set_help_flag("-h,--help", Say(Text::OptHelp));
+  sub->footer(tString(Say(Text::Examples)) + ":\n  " + command.pccExample);
+}
+
+tString Footer() {
+  tString out = tString(Say(Text::Examples)) + ":\n";
+  for (const CommandRow& command : kCommands) out += tString("  ") + command.pccExample + "\n";
+  return out + "\n" + Say(Text::ExitCodes) + ":\n" + ExitCodesHelp();
+}
+
+void SetUp(CLI::App& app, Options& options) {
+  app.formatter(std::make_shared<Layout>());
+  app.option_defaults()->group(Say(Text::Options));
+  app.set_help_flag("-h,--help", Say(Text::OptHelp));
+  app.set_version_flag("--version", ZAT_TILL_VERSION, Say(Text::OptVersion));
+  app.require_subcommand(1);
+  app.footer(Footer());
+  AddOptions(app, options);
+  for (const CommandRow& command : kCommands) AddCommand(app, command, options);
+  for (CLI::App* sub : app.get_subcommands({})) sub->group(Say(Text::Commands));
+}
+
+// The part of a complaint of the parser that the user wrote or must write.
+tString Complaint(const CLI::ParseError& fault, const CLI::App& app) {
+  tString words = fault.what();
+  for (const tString& left : app.remaining(true)) return Say(Text::NotUnderstood, Shown(left));
+  if (fault.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
+    return Say(Text::NotUnderstood, words);
+  words = words.substr(0, words.find(" is required"));
+  return Say(Text::Missing, words.find(' ') == words.npos ? words : "COMMAND");
+}
+
+// An amount with a minus looks like an option to the parser.
+const char* NegativeAmount(int argc, char** argv) {
+  for (int i = 1; i < argc && strcmp(argv[i], "--") != 0; ++i)
+    if (argv[i][0] == '-' && argv[i][1] >= '0' && argv[i][1] <= '9') return argv[i];
+  return nullptr;
+}
+
+void HideTrack2(int argc, char** argv) {
+  constexpr std::string_view option = "--track2";
+  for (int i = 1; i < argc; ++i) {
+    std::string_view word = argv[i];
+    char* secret = word.starts_with("--track2=")    ? argv[i] + option.size() + 1
+                   : word == option && i + 1 < argc ? argv[i + 1]
+                                                    : nullptr;
+    if (secret && strcmp(secret, kFromInput) != 0) memset(secret, 'x', strlen(secret));
+  }
+}
+
+Parsed Wrong(const tString& text) { return {std::nullopt, Outcome::Usage, text, false}; }
+
+Parsed Parse(int argc, char** argv, const tString& charset) {
+  Options options;
+  CLI::App app(tString(Say(Text::About)) + "\n", "zat_till");
+  SetUp(app, options);
+  if (const char* amount = NegativeAmount(argc, argv)) return Wrong(Say(Text::NegativeAmount, amount));
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    return {std::nullopt, Outcome::Done, app.help(), false};
+  } catch (const CLI::CallForVersion&) {
+    return {std::nullopt, Outcome::Done, "zat_till " ZAT_TILL_VERSION "\n", false};
+  } catch (const CLI::ParseError& fault) { return Wrong(Complaint(fault, app) + " " + Say(Text::SeeHelp)); }
+  Order order;
+  tString name = app.get_subcommands().front()->get_name();
+  const CommandRow* command = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                           [&](const CommandRow& row) { return name == row.pccName; });
+  tString complaint = MakeOrder(*command, options, charset, order);
+  if (options.oTrack2) explicit_bzero(options.oTrack2->data(), options.oTrack2->size());
+  if (!complaint.empty()) return Wrong(complaint);
+  return {order, Outcome::Done, "", order.fJson};
+}
+
+} // namespace
+
+Parsed ParseCommandLine(int argc, char** argv, const tString& charset) {
+  Parsed parsed = Parse(argc, argv, charset);
+  HideTrack2(argc, argv);
+  // Whoever asked for JSON gets it for wrong arguments too.
+  parsed.fJson = std::any_of(argv, argv + argc, [](const char* word) { return strcmp(word, "--json") == 0; });
+  return parsed;
+}
+
+} // namespace zat::till

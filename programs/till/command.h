@@ -1,0 +1,36 @@
+// The command line of the cash desk and the request that it means.
+#pragma once
+#include <optional>
+
+#include "report.h"
+
+namespace zat::till {
+
+struct Options {
+  tString oLib, oConfig, oTid = "1", oWait = "60";
+  std::optional<tString> oTrack2;
+  tString oAmount, oRrn, oWorkId, oData;
+  bool fJson = false;
+};
+
+// A command in its final form.
+struct Order {
+  Request oRequest;
+  uint64_t ulKopecks = 0; // 0: the command has no amount
+  tString oCommand, oLib, oConfig;
+  bool fJson = false;
+};
+
+// What the command line comes to: an order, or a text to print and an exit code.
+struct Parsed {
+  std::optional<Order> oOrder;
+  Outcome oOutcome = Outcome::Done; // without an order: help was asked for, or the arguments are wrong
+  tString oText;
+  bool fJson = false;
+};
+
+// Reads the command line; texts and data in it have the given code page. A track 2 is overwritten in argv,
+// where other users of the machine can see it.
+Parsed ParseCommandLine(int argc, char** argv, const tString& charset);
+
+} // namespace zat::till

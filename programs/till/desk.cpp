@@ -1,0 +1,118 @@
+#include "desk.h"
+
+#include <unistd.h>
+
+#include "texts.h"
+#include "watch.h"
+
+namespace zat::till {
+namespace {
+
+// A break that the library could take has been taken by then: it asks about once a millisecond.
+constexpr auto kBreakPatience = std::chrono::milliseconds(1500);
+
+// How long Ctrl-C waits for the other thread, which may be printing to a reader that stands still.
+constexpr auto kLeavePatience = std::chrono::milliseconds(300);
+
+typedef std::lock_guard<std::timed_mutex> Guard;
+
+} // namespace
+
+Desk::Desk(const Order& order, Screen& screen) : oOrder(order), oScreen(screen) {
+  int id = order.oRequest.oId;
+  oReport.oCommand = order.oCommand;
+  oReport.oWorkId = {static_cast<char>(id >> 8), static_cast<char>(id)};
+  oReport.oTid = order.oRequest.oTid;
+  oReport.ulKopecks = order.ulKopecks;
+  oStatus = Describe(Status::Connecting, "");
+}
+
+int Desk::Work() {
+  Result result = Carry();
+  Guard guard(oLock);
+  Tell(result);
+  return ExitCode(result.oOutcome);
+}
+
+Result Desk::Carry() {
+  LoadFault fault;
+  tString detail;
+  std::unique_ptr<Library> library = Library::Load(oOrder.oLib, fault, detail);
+  if (!library) return CannotLoad(fault, detail);
+  Session session(*library, oOrder.oConfig);
+  if (!session.IsOpen()) oReport.oMessage = Say(Text::LibNoSession);
+  Watch watch([this](int count) { Press(count); }, [this] { Tick(); });
+  return session.Run(oOrder.oRequest, MakeEvents());
+}
+
+Result Desk::CannotLoad(LoadFault fault, const tString& detail) {
+  Text text = fault == LoadFault::Missing   ? Text::LibMissing
+              : fault == LoadFault::Foreign ? Text::LibForeign
+                                            : Text::LibUnreadable;
+  oReport.oMessage = Say(text, oOrder.oLib, detail);
+  return Exchange(oOrder.oRequest.oId).Stop(Why::NoLibrary, Outcome::Refused);
+}
+
+Events Desk::MakeEvents() {
+  Events events;
+  events.oLine = [this](const tString& line, bool last) { Line(line, last); };
+  events.oStatus = [this](Status status, const tString& text) { Show(status, text); };
+  events.oBreak = [this] { return fBreakWanted && !fBreakTaken.exchange(true); };
+  return events;
+}
+
+void Desk::Line(const tString& line, bool last) {
+  Guard guard(oLock);
+  bool newSlip = !oReport.oLines.empty() && oReport.oLines.back().fLast;
+  oReport.oLines.push_back({line, last});
+  if (!oOrder.fJson) oScreen.Print((newSlip ? "\n" : "") + line + "\n");
+}
+
+void Desk::Show(Status status, const tString& text) {
+  Guard guard(oLock);
+  if (oReport.oStatuses.empty() || oReport.oStatuses.back() != status) oReport.oStatuses.push_back(status);
+  oStatus = Describe(status, text);
+}
+
+void Desk::Press(int count) {
+  if (count == 1) fBreakWanted = true;
+  std::unique_lock lock(oLock, kLeavePatience);
+  if (count > 1) Leave(lock.owns_lock());
+  if (!lock || fFinished) return;
+  oReport.fBreak = true;
+  oPressed = Clock::now();
+  oScreen.Remark(Say(Text::BreakAsked));
+}
+
+// Never waits for the lock: the thread that ticks must stay free for Ctrl-C.
+void Desk::Tick() {
+  std::unique_lock lock(oLock, std::try_to_lock);
+  if (!lock || fFinished) return;
+  if (oReport.fBreak && !fBreakTaken && !fHinted && Clock::now() - oPressed > kBreakPatience) {
+    oScreen.Remark(Say(Text::BreakNoEffect));
+    fHinted = true;
+  }
+  auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - oBegin).count();
+  oScreen.Live(fmt::format("{} ... {}", oStatus, Say(Text::Seconds, seconds)));
+}
+
+void Desk::Tell(const Result& result) {
+  fFinished = true;
+  oReport.oResult = result;
+  oReport.llMs = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - oBegin).count();
+  const char* gap = oReport.oLines.empty() ? "" : "\n";
+  oScreen.Live("");
+  oScreen.Print(oOrder.fJson ? ForMachines(oReport) + "\n" : gap + ForPeople(oReport));
+}
+
+// Ends the process beside a thread that is inside the library: nothing is torn down, and the terminal module
+// goes on. Without the lock (orderly is false) the report is in the other thread's hands: only the warning is
+// left.
+void Desk::Leave(bool orderly) {
+  if (orderly && fFinished) _exit(ExitCode(oReport.oResult.oOutcome));
+  oScreen.Remark(Say(Text::LeftAtOnce));
+  if (orderly) Tell(Exchange(oOrder.oRequest.oId).Stop(Why::Left, Outcome::Unknown));
+  _exit(ExitCode(Outcome::Unknown));
+}
+
+} // namespace zat::till

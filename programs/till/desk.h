@@ -1,0 +1,48 @@
+// The cash desk at work: one order from loading the library to the exit code, with everything that the user
+// sees and hears meanwhile.
+#pragma once
+#include <atomic>
+#include <chrono>
+#include <mutex>
+
+#include "command.h"
+#include "screen.h"
+
+namespace zat::till {
+
+class Desk {
+public:
+  Desk(const Order& order, Screen& screen);
+
+  // Carries the order out and returns the exit code.
+  int Work();
+
+private:
+  Result Carry();
+  Result CannotLoad(LoadFault fault, const tString& detail);
+  Events MakeEvents();
+  void Line(const tString& line, bool last);
+  void Show(Status status, const tString& text);
+  void Press(int count);
+  void Tick();
+  void Tell(const Result& result);
+  [[noreturn]] void Leave(bool orderly);
+
+  typedef std::chrono::steady_clock Clock;
+
+  const Order& oOrder;
+  Screen& oScreen;
+  Clock::time_point oBegin = Clock::now();
+
+  // The thread that runs the request and the one that watches both print and report, under this lock.
+  std::timed_mutex oLock;
+  Report oReport;
+  tString oStatus;            // words of the live line
+  Clock::time_point oPressed; // when a break was asked for
+  bool fHinted = false;       // that the break has no effect was said
+  bool fFinished = false;     // the outcome is known and told
+
+  std::atomic<bool> fBreakWanted = false, fBreakTaken = false;
+};
+
+} // namespace zat::till

@@ -1,0 +1,48 @@
+// The payment library as a till sees it: a shared object and three functions in it.
+#pragma once
+#include <memory>
+
+#include "zat_ms.h"
+#include "ztypes.h"
+
+namespace zat::till {
+
+enum class LoadFault {
+  None,
+  Missing,    // there is no such file
+  Unreadable, // the loader refuses it: not a shared object, another machine's, a library that it needs is
+              // absent
+  Foreign,    // a shared object without our functions
+};
+
+class Library {
+public:
+  // Loads the object at the path; a bare name means the current directory, never the system's search path.
+  // Null with the fault otherwise; detail then holds the loader's words, or the function that is missing.
+  static std::unique_ptr<Library> Load(const tString& path, LoadFault& fault, tString& detail);
+  ~Library();
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+
+  // From now on the object stays in memory until the process ends: a session in it is not over.
+  void Keep() { fKeep = true; }
+
+  // The terminal module that the library starts, which stands beside it.
+  const tString& ModulePath() const { return oModule; }
+
+  zat_ms_create_fn procCreate = nullptr;
+  zat_ms_do_fn procDo = nullptr;
+  zat_ms_destroy_fn procDestroy = nullptr;
+
+private:
+  Library(void* handle, const tString& path);
+
+  void* pvHandle;
+  bool fKeep = false;
+  tString oModule;
+};
+
+// The directory of the running program, with a slash at its end.
+tString ProgramDirectory();
+
+} // namespace zat::till
