@@ -1,4 +1,5 @@
 #include "instlock.h"
+#include "microus.h"
 #include "utilf.h"
 #include <cerrno>
 #include <cstring>
@@ -9,7 +10,6 @@
 namespace zat {
 namespace {
 
-constexpr const char* kTries = "tries";
 constexpr const char* kStagedMark = "staged";
 constexpr int kRetries = 100;      // of taking a lock that others free under our hands
 constexpr int kMainLockMs = 20000; // a launcher keeps the main lock for its budget of 7 s at most
@@ -27,31 +27,61 @@ bool SameFile(int fd, const std::string& path) {
 
 } // namespace
 
-tMUResult InstallLock::Take() {
-  RemoveTree(path + ".done"); // of a run that ended between giving the lock up and clearing it away
-  for (int i = 0; i < kRetries; ++i) {
-    if (mkdir(path.c_str(), 0777) && errno != EEXIST) break;
-    tFd dir(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!dir && errno == ENOENT) continue;
-    if (!dir && errno != ENOTDIR) break;
-    if (!dir && !ClearLauncherLock(path)) return Complain("%s: held by a launcher", path.c_str()), eMUbusy;
-    if (!dir) continue;
-    if (flock(dir.fd, LOCK_EX | LOCK_NB))
-      return Complain("%s: held by another updater", path.c_str()), eMUbusy;
-    if (!SameFile(dir.fd, path)) continue;
-    held = std::move(dir);
-    if (CountTry()) return eMUgood;
-    break;
-  }
-  return Complain("%s: %s", path.c_str(), strerror(errno)), eMUbad;
-}
-
-bool InstallLock::CountTry() {
-  const tFd file(openat(held.fd, kTries, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0666));
+// One byte into the mark. errno tells why not.
+bool InstallLock::Count(const tFd& oDir, int iFlags) {
+  const tFd file(openat(oDir.fd, kUpdaterMark, O_WRONLY | O_NOFOLLOW | O_CLOEXEC | iFlags, 0666));
   struct stat info;
   if (!file || !WriteBytes(file.fd, ".", 1) || fsync(file.fd) || fstat(file.fd, &info)) return false;
   tries = static_cast<int>(info.st_size);
-  return fsync(held.fd) == 0 && SyncPath(root);
+  return fsync(oDir.fd) == 0;
+}
+
+// The directory at a path, with our flock on it; empty, with errno, when it cannot be had.
+static tFd OpenLocked(const std::string& path) {
+  tFd dir(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (dir && flock(dir.fd, LOCK_EX | LOCK_NB)) return tFd();
+  if (dir && SameFile(dir.fd, path)) return dir;
+  if (dir || errno == ENOENT) errno = EAGAIN; // taken away or replaced meanwhile
+  return tFd();
+}
+
+// The lock made under another name, complete, and then renamed.
+bool InstallLock::Make() {
+  const std::string next = path + ".new";
+  if (mkdir(next.c_str(), 0777) && errno != EEXIST) return false;
+  tFd dir = OpenLocked(next);
+  if (!dir || !Count(dir, O_CREAT | O_TRUNC)) return false;
+  // A file system without this form of rename: between look and rename nobody else makes a lock, since only
+  // updaters that got this far do, one at a time.
+  if (renameat2(AT_FDCWD, next.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) &&
+      (errno != EINVAL || access(path.c_str(), F_OK) == 0 || rename(next.c_str(), path.c_str())))
+    return false;
+  held = std::move(dir);
+  return SyncPath(root);
+}
+
+bool InstallLock::TakeOver() {
+  tFd dir = OpenLocked(path);
+  if (!dir || !Count(dir, O_APPEND)) return false;
+  held = std::move(dir);
+  return true;
+}
+
+tMUResult InstallLock::Take() {
+  RemoveTree(path + ".done"); // of a run that ended between giving the lock up and clearing it away
+  for (int i = 0; i < kRetries; ++i) {
+    struct stat info;
+    const bool there = lstat(path.c_str(), &info) == 0;
+    if (there && S_ISREG(info.st_mode)) {
+      if (!ClearLauncherLock(path)) return Complain("%s: held by a launcher", path.c_str()), eMUbusy;
+      continue;
+    }
+    if (there ? TakeOver() : Make()) return eMUgood;
+    if (errno == EWOULDBLOCK) return Complain("%s: held by another updater", path.c_str()), eMUbusy;
+    if (there && errno == ENOENT) return Complain("%s: not made by this updater", path.c_str()), eMUbusy;
+    if (errno != EAGAIN && errno != EEXIST && errno != ENOENT) break;
+  }
+  return Complain("%s: %s", path.c_str(), strerror(errno)), eMUbad;
 }
 
 std::string InstallLock::Staged() const {

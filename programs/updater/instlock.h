@@ -41,7 +41,9 @@ public:
   void Free(bool wait);
 
 private:
-  bool CountTry();
+  bool Make();
+  bool TakeOver();
+  bool Count(const tFd& oDir, int iFlags);
 
   const std::string root, path;
   tFd held;

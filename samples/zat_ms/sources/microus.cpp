@@ -284,11 +284,12 @@ tProcECode Install(MicroSGlData_tag* poMSGD, bool* pfTried) {
   return oRes;
 }
 
-// Whether the update lock is the directory that the updater makes of it, and that updater is dead.
+// Whether the update lock is the directory that zat_mu makes of it, and that updater is dead.
 bool InstallationBrokenOff(const tString& oLock) {
   const int fd = open(oLock.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return false;
-  const bool fDead = flock(fd, LOCK_EX | LOCK_NB) == 0;
+  const bool fDead =
+      faccessat(fd, zat::kUpdaterMark, F_OK, AT_SYMLINK_NOFOLLOW) == 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
   close(fd);
   return fDead;
 }

@@ -103,10 +103,14 @@ tProcECode Unpack(MicroSGlData_tag* poMSGD);
 
 namespace zat {
 
+// While the updater installs, the update lock is a directory with a file of this name in it, and an flock on the
+// directory tells that the updater lives.
+inline constexpr const char* kUpdaterMark = "zat_mu";
+
 // For a launcher that could not take the update lock and holds the main lock: finishes an installation whose updater
 // was killed or ended with a power cut, by running the updater again; when even that fails, clears its lock away, so
-// that it cannot block the tills for ever. True when there was one to mend; the update lock is not taken. Costs one
-// open call when there was none.
+// that it cannot block the tills for ever. True when there was one to mend; the update lock is not taken. Leaves
+// alone what other updaters make of the lock. Costs one open call when there is nothing to mend.
 bool MendInstallation(MicroSGlData_tag* poMSGD);
 
 } // namespace zat
