@@ -17,9 +17,10 @@
 inline bool ChangesFiles(uint64_t number) {
   static const std::set<uint64_t> kCalls = {
 #ifdef SYS_rename // older architectures have these besides the ...at forms
-      SYS_rename,   SYS_link,     SYS_unlink,  SYS_mkdir, SYS_rmdir, SYS_symlink,
+      SYS_rename,   SYS_link,      SYS_unlink,   SYS_mkdir,   SYS_rmdir, SYS_symlink,
 #endif
-      SYS_renameat, SYS_unlinkat, SYS_mkdirat, SYS_fsync, SYS_write, SYS_linkat,  SYS_symlinkat};
+      SYS_renameat, SYS_renameat2, SYS_unlinkat, SYS_mkdirat, SYS_fsync, SYS_write,
+      SYS_linkat,   SYS_symlinkat};
   return kCalls.count(number) != 0;
 }
 

@@ -222,6 +222,21 @@ TEST_F(Scripted, InstallsAPendingTreeWithoutAnUpdate) {
   EXPECT_EQ(Installed(), "00000000.000") << "which update it was is not known";
 }
 
+TEST_F(Scripted, LetsAnotherUpdaterFinish) {
+  // One that makes the lock in its own way: it looks like ours broken off, but is not.
+  PutUpdater("touch UPDATE_T/new; exit 2",
+             "mkdir updtlock.lck; (sleep 0.2; rm -r updtlock.lck UPDATE_T) & exit 3");
+  PutProgram(at, "BIN/zat_mm",
+             "#!/bin/sh\n[ ! -e " + at / "updtlock.lck" + " ] && touch " + at / "started\n");
+  PutList("INST=00000001.000\nHI=00000002.000\n");
+  at.Put("DOWNLOAD/7/00000002.000", "update");
+  EXPECT_EQ(MonoS(4, argv, &state), ePECgood);
+  DoAuthE(&state);
+  EXPECT_TRUE(at.Has("started"));
+  const std::string calls = at.Get("calls");
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), 2) << calls;
+}
+
 TEST_F(Scripted, KeepsTheUpdateInAHostThatIgnoresItsChildren) {
   PutUpdater("touch UPDATE_T/new; exit 2", "mkdir updtlock.lck; exit 3");
   const auto before = signal(SIGCHLD, SIG_IGN);

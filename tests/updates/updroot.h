@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 inline const std::string kUpdater = std::string(ZAT_INSTALLATION) + "/BIN/zat_mu";
 
@@ -28,6 +29,15 @@ inline bool Eventually(const std::function<bool()>& fWanted) {
   }
   return false;
 }
+
+// Puts the scratch directories made after it into memory, where waiting for the disk costs nothing. Programs may not run
+// there.
+struct InMemory {
+  InMemory() {
+    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
+  }
+  ~InMemory() { unsetenv("TMPDIR"); }
+};
 
 inline void PutProgram(const Scratch& oAt, const std::string& name, const std::string& text) {
   chmod(oAt.Put(name, text).c_str(), 0755);

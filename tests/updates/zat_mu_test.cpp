@@ -14,7 +14,7 @@ namespace {
 std::map<std::string, std::string> Snapshot(const std::string& top) {
   std::map<std::string, std::string> all;
   for (const auto& entry : fs::recursive_directory_iterator(top)) {
-    const std::string name = fs::relative(entry.path(), top).string();
+    const std::string name = entry.path().lexically_relative(top).string();
     if (entry.is_symlink())
       all[name] = "-> " + fs::read_symlink(entry.path()).string();
     else if (entry.is_directory())
@@ -79,6 +79,7 @@ TEST(Updater, UnpacksWhatItPacked) {
 }
 
 TEST(Updater, ReplacesWhatABrokenOffUnpackingLeft) {
+  const InMemory quick;
   Scratch at;
   PutTree(at, "tree", "2");
   ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "update"), 0);
@@ -93,6 +94,7 @@ TEST(Updater, ReplacesWhatABrokenOffUnpackingLeft) {
 }
 
 TEST(Updater, RefusesDamage) {
+  const InMemory quick;
   Scratch at;
   PutTree(at, "tree", "2");
   std::vector<std::string> files;
@@ -221,6 +223,7 @@ TEST(Updater, LeavesTheInstallationAloneWhenItCannotInstall) {
       {"no tree", [](auto& at) { fs::remove_all(at.Tree()); }, 1},
       {"a tree that is not whole", [](auto& at) { at.Put("root/UPDATE_T/.zat_mu", ""); }, 1},
       {"a link out", [](auto& at) { fs::create_symlink("/etc", at.Tree() + "etc"); }, 1},
+      {"another updater's lock", [](auto& at) { fs::create_directory(at.Root() + "updtlock.lck"); }, 4},
       {"a launcher at work", [](auto& at) { ASSERT_EQ(putflock((at.Root() + "updtlock.lck").c_str()), 0); },
        4},
   };
@@ -240,6 +243,7 @@ TEST(Updater, LeavesTheInstallationAloneWhenItCannotInstall) {
 }
 
 TEST(Updater, NextRunMendsAnInstallationKilledAnywhere) {
+  const InMemory quick;
   int kills = 0;
   for (bool killed = true; killed; kills += killed) {
     Installation at;
