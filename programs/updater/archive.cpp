@@ -2,6 +2,7 @@
 #include "names.h"
 #include "packing.h"
 #include "tree.h"
+#include "utilf.h"
 #include <archive.h>
 #include <archive_entry.h>
 #include <cerrno>
@@ -61,7 +62,7 @@ bool Unpacking::Begin() {
   int waited = 0;
   for (; flock(lock.fd, LOCK_EX | LOCK_NB); ++waited) {
     if (waited >= kWaitMs) return Complain("%s: another updater is unpacking there", top.c_str());
-    usleep(1000);
+    YieldMS(1);
   }
   struct stat held, named;
   if (fstat(lock.fd, &held) || stat(top.c_str(), &named) || held.st_ino != named.st_ino || fchdir(lock.fd))

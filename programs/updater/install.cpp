@@ -17,8 +17,7 @@ namespace {
 
 constexpr const char* kModule = "BIN/zat_mm";
 constexpr const char* kPrevious = ".prev";
-constexpr int kMostTries =
-    4; // then a broken-off installation is given up, or it would keep the tills out for good
+constexpr int kMostTries = 4; // of one installation: it must not keep the tills out for good
 
 std::string RealPath(const std::string& path) {
   char buffer[PATH_MAX];
@@ -45,11 +44,11 @@ public:
 
   bool List() { return ListTree(tree, all); }
   bool Stage();    // step 1, and taken back when it fails
+  void Unstage();  // takes it back
   bool PlaceAll(); // step 3: as much as can be done, false when something could not
 
 private:
   bool StageOne(const tTreeEntry& oEntry);
-  void Unstage();
   bool Place(const tTreeEntry& oEntry);
   bool KeepModule(const std::string& place);
   bool SyncPlaces();
@@ -139,7 +138,7 @@ bool Prepare(const std::string& tree, const std::string& root, InstallLock& oLoc
   if (tree.empty()) return Complain("nothing to install");
   if (access((tree + "/" + kUnpacking).c_str(), F_OK) == 0) return Complain("%s: not whole", tree.c_str());
   Placing work(tree, root);
-  return work.List() && work.Stage() && oLock.SetStaged(tree);
+  return work.List() && work.Stage() && (oLock.SetStaged(tree) || (work.Unstage(), false));
 }
 
 // Nothing of the caller stays open: complaints go into the report, and the lock is all that is kept.

@@ -41,7 +41,7 @@ static tFd OpenLocked(const std::string& path) {
   tFd dir(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (dir && flock(dir.fd, LOCK_EX | LOCK_NB)) return tFd();
   if (dir && SameFile(dir.fd, path)) return dir;
-  if (dir || errno == ENOENT) errno = EAGAIN; // taken away or replaced meanwhile
+  if (dir || errno == ENOENT) errno = ESTALE; // taken away or replaced meanwhile
   return tFd();
 }
 
@@ -79,7 +79,7 @@ tMUResult InstallLock::Take() {
     if (there ? TakeOver() : Make()) return eMUgood;
     if (errno == EWOULDBLOCK) return Complain("%s: held by another updater", path.c_str()), eMUbusy;
     if (there && errno == ENOENT) return Complain("%s: not made by this updater", path.c_str()), eMUbusy;
-    if (errno != EAGAIN && errno != EEXIST && errno != ENOENT) break;
+    if (errno != ESTALE && errno != EEXIST) break; // else it has changed under our hands
   }
   return Complain("%s: %s", path.c_str(), strerror(errno)), eMUbad;
 }
@@ -106,8 +106,7 @@ void InstallLock::Free(bool wait) {
   bool inside = false;
   for (int i = 0; wait && !inside && i < kMainLockMs; ++i)
     if (!(inside = tryflock(main.c_str()) == 0)) YieldMS(1);
-  // Cleared away under another name: emptied in place it would, for a moment, be a lock that anybody can
-  // remove.
+  // Cleared away under another name: emptied in place it would, for a moment, be a lock that anybody can remove.
   if (rename(path.c_str(), done.c_str())) Complain("%s: %s", path.c_str(), strerror(errno));
   SyncPath(root);
   RemoveTree(done);

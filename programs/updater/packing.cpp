@@ -43,40 +43,30 @@ bool StreamWhole(int fd) {
   return n == 0 || Complain("damaged: %s", archive_error_string(reader.get()));
 }
 
+constexpr size_t kBegin = 8; // bytes of a file that tell its compression
+
 struct tPacking {
-  const char* pccName;
   std::string_view begins;
+  size_t lCheck; // the byte of the beginning that names the check sum, 0 being none; 0: there always is one
   bool (*fWhole)(int fd);
 };
 
 constexpr tPacking kPackings[] = {
-    {"xz",
-     std::string_view("\xFD"
-                      "7zXZ\0\0",
-                      7),
-     StreamWhole},
-    {"gzip", "\x1F\x8B", GzipWhole},
-    {"bzip2", "BZh", StreamWhole},
+    {{"\xFD\x37zXZ\0\0", 7}, 7, StreamWhole}, // xz
+    {"\x1F\x8B", 0, GzipWhole},               // gzip
+    {"BZh", 0, StreamWhole},                  // bzip2
 };
 
-// The eighth byte of an xz stream names its check sum; 0 is "none".
-constexpr size_t kXzCheck = 7;
-
 const tPacking* Find(int fd) {
-  char begin[8] = {};
-  if (pread(fd, begin, sizeof begin, 0) != sizeof begin) return nullptr;
+  char begin[kBegin] = {};
+  if (pread(fd, begin, kBegin, 0) != kBegin) return nullptr;
   for (const tPacking& row : kPackings)
-    if (std::string_view(begin, sizeof begin).starts_with(row.begins))
-      return row.fWhole == StreamWhole && *row.pccName == 'x' && begin[kXzCheck] == 0 ? nullptr : &row;
+    if (std::string_view(begin, kBegin).starts_with(row.begins))
+      return row.lCheck && begin[row.lCheck] == 0 ? nullptr : &row;
   return nullptr;
 }
 
 } // namespace
-
-const char* PackingOf(int fd) {
-  const tPacking* row = Find(fd);
-  return row ? row->pccName : nullptr;
-}
 
 bool PackingWhole(int fd) {
   const tPacking* row = Find(fd);

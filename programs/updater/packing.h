@@ -6,10 +6,6 @@ struct archive;
 
 namespace zat {
 
-// The name of the compression that the file begins with, "xz", "gzip" or "bzip2"; null for any other file.
-// The descriptor is left at the file's beginning.
-const char* PackingOf(int fd);
-
 // Reads a compressed file to its end and tells whether every check sum in it is right and nothing is missing.
 // Complains when not. The descriptor is left at the file's beginning.
 bool PackingWhole(int fd);
