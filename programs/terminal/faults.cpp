@@ -38,6 +38,8 @@ const tFaultRow moFaultRows[eFInum] = {
      "make the block's data BYTES long, cut or filled with blanks"},
     {"PrintLines", "LINES", kBlocks, 0, 0, "make every slip LINES lines long"},
     {"Card", "MS", kMs, 0, 0, "the card is presented after MS; until then a break is heard"},
+    {"Nak", "TIMES", 1000, 0, 0, "framed link: answer NAK to the first TIMES frames of a connection"},
+    {"BadCheck", "TIMES", 1000, 0, 0, "framed link: a wrong check byte in the first TIMES frames sent"},
     {"Log", "1", 1, 0, 0, "not a fault: add the module's own lines to zat_comm.log"},
 };
 

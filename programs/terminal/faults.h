@@ -1,7 +1,7 @@
 // The faults that simulator.cfg asks for: one key a fault, each read once when the module starts.
 //
-// Most faults name a block of the answer by its number: the greeting is block 0, the blocks after it
-// count from 1 in each exchange.
+// Most faults name a block of the answer by its number: the greeting is block 0, the blocks after it (or all the
+// blocks on a framed link, which has no greeting) count from 1 in each exchange.
 #pragma once
 #include "ztypes.h"
 
@@ -20,6 +20,8 @@ enum tFaultId : int {
   eFIsize,       // a block with a given amount of data
   eFIprintLines, // number of print lines of a slip
   eFIcard,       // how long the holder takes to present the card
+  eFInak,        // link only: refuse frames that came whole
+  eFIbadCheck,   // link only: frames with a wrong check byte
   eFIlog,        // not a fault: write the module's own lines to the shared log
   eFInum
 };

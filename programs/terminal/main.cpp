@@ -49,15 +49,22 @@ int ShowFaults(const tPlace& oPlace) {
 int ForPerson(int argc, char** argv, tPlace& oPlace) {
   CLI::App oApp{pccAbout, "zat_mm"};
   bool fOutcomes = false, fFaults = false;
+  tString oTcp, oSerial;
   oApp.set_version_flag("--version", pccModule, "Print name and version and exit");
   oApp.add_flag("--outcomes", fOutcomes, "Print which amount ends how");
   oApp.add_flag("--faults", fFaults, "Print the keys of simulator.cfg and check the file");
+  auto* poTcp =
+      oApp.add_option("--listen", oTcp, "Answer on a framed link over TCP; port 0 takes a free one");
+  auto* poSerial = oApp.add_option("--serial", oSerial, "Answer on a framed link over a serial device");
   oApp.add_option("--config", oPlace.oConfig, "Look here for simulator.cfg first")->type_name("DIRECTORY");
+  poTcp->type_name("HOST:PORT")->excludes(poSerial->type_name("DEVICE[,SPEED[,8N1[,none]]]"));
   try {
     oApp.parse(argc, argv);
   } catch (const CLI::ParseError& o) { return oApp.exit(o) == 0 ? eXdone : eXusage; }
   if (fOutcomes) return printf("%s", OutcomesText().c_str()) < 0;
   if (fFaults) return ShowFaults(oPlace);
+  if (!oTcp.empty()) return ServeTcp(oPlace, oTcp);
+  if (!oSerial.empty()) return ServeSerial(oPlace, oSerial);
   fprintf(stderr, "%s is started by a till, not by hand: it needs the till's pipes. See zat_mm --help.\n",
           pccModule);
   return eXusage;
