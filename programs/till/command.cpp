@@ -128,6 +128,7 @@ tString MakeOrder(const CommandRow& command, Options& options, const tString& ch
   order.oLib = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
   order.oConfig = options.oConfig;
   order.fJson = options.fJson;
+  order.fRaw = Has(command, eRaw);
 
   tString complaint = CheckWait(options.oWait, request.iPauseLimit);
   if (complaint.empty() && !IsName(options.oTid, kTidWidth))

@@ -18,7 +18,7 @@ struct Order {
   Request oRequest;
   uint64_t ulKopecks = 0; // 0: the command has no amount
   tString oCommand, oLib, oConfig;
-  bool fJson = false;
+  bool fJson = false, fRaw = false; // raw: a request of the user's own making
 };
 
 // What the command line comes to: an order, or a text to print and an exit code.

@@ -57,6 +57,7 @@ Events Desk::MakeEvents() {
   Events events;
   events.oLine = [this](const tString& line, bool last) { Line(line, last); };
   events.oStatus = [this](Status status, const tString& text) { Show(status, text); };
+  events.oOther = [this](const tString& workId, const tString& data) { Other(workId, data); };
   events.oBreak = [this] { return fBreakWanted && !fBreakTaken.exchange(true); };
   return events;
 }
@@ -72,6 +73,13 @@ void Desk::Show(Status status, const tString& text) {
   Guard guard(oLock);
   if (oReport.oStatuses.empty() || oReport.oStatuses.back() != status) oReport.oStatuses.push_back(status);
   oStatus = Describe(status, text);
+}
+
+// Developers who send a request of their own want to see what it brings.
+void Desk::Other(const tString& workId, const tString& data) {
+  Guard guard(oLock);
+  oReport.oOthers.push_back({workId, data});
+  if (oOrder.fRaw && !oOrder.fJson) oScreen.Print(workId + " " + data + "\n");
 }
 
 void Desk::Press(int count) {
@@ -93,7 +101,7 @@ void Desk::Tick() {
     fHinted = true;
   }
   auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - oBegin).count();
-  oScreen.Live(fmt::format("{} ... {}", oStatus, Say(Text::Seconds, seconds)));
+  oScreen.Live(Say(Text::Seconds, seconds) + "  " + oStatus);
 }
 
 void Desk::Tell(const Result& result) {

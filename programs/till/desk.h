@@ -23,6 +23,7 @@ private:
   Events MakeEvents();
   void Line(const tString& line, bool last);
   void Show(Status status, const tString& text);
+  void Other(const tString& workId, const tString& data);
   void Press(int count);
   void Tick();
   void Tell(const Result& result);

@@ -73,6 +73,7 @@ void Exchange::Take(Block& block) {
   case eEFTPwidRespons:
   case eEFTPwidRespLast: TakeResponse(block); break;
   case eEFTPwidRubad: TakeRefusal(block); break;
+  case eEFTPwidBrkRes: fTooLate = true; break;
   case eEFTPwidRfnoLog:
   case eEFTPwidRfnoRef:
     if (oVerdict != eNone) break;
@@ -118,13 +119,13 @@ bool Exchange::NeedsResponse() const {
 Result Exchange::End(bool good) const {
   Result result = oSoFar;
   result.oOutcome = kOutcomes[good][oVerdict];
-  if (oVerdict == eNone) result.oWhy = Why::Ended;
+  if (oVerdict == eNone) result.oWhy = good ? Why::GoodEnd : Why::Ended;
   if (oVerdict == eApproving && !good) result.oWhy = Why::Contradiction;
   if (oVerdict == eNone && good && NeedsResponse()) {
     result.oOutcome = Outcome::Unknown;
     result.oWhy = Why::NoResponse;
   }
-  if (!good && fBreak && (oVerdict == eNone || oVerdict == eRefusal)) {
+  if (!good && fBreak && !fTooLate && (oVerdict == eNone || oVerdict == eRefusal)) {
     result.oOutcome = Outcome::Aborted;
     result.oWhy = Why::Break;
   }

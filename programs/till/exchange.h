@@ -25,7 +25,8 @@ enum class Why {
   Refusal,       // a refusal of the terminal ("5X")
   NotLoggedIn,   // status "51"
   NoReference,   // status "54"
-  Ended,         // the end block alone decides
+  Ended,         // a bad end without a word before
+  GoodEnd,       // a good end of an operation that has no response
   Break,         // a bad end after a break request that the library took
   NoResponse,    // a good end of a payment without a response
   Broken,        // a response that cannot be read
@@ -110,7 +111,7 @@ private:
   bool NeedsResponse() const;
 
   tEFTPWorkId oAsked;
-  bool fBreak = false;
+  bool fBreak = false, fTooLate = false; // asked for, and declined by the terminal
   Verdict oVerdict = eNone;
   Result oSoFar; // ground, code, text and response as they are known
 };

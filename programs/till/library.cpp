@@ -36,6 +36,7 @@ std::unique_ptr<Library> Library::Load(const tString& given, LoadFault& fault, t
   if (!handle) {
     const char* words = dlerror();
     detail = words ? words : "";
+    if (detail.starts_with(path + ": ")) detail.erase(0, path.size() + 2); // our own words name it already
     return nullptr;
   }
 

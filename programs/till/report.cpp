@@ -36,6 +36,7 @@ constexpr WhyRow kWhys[] = {
     {Why::NotLoggedIn, "notLoggedIn", Text::StNotLoggedIn},
     {Why::NoReference, "noReference", Text::StNoReference},
     {Why::Ended, "ended", Text::WhyEnded},
+    {Why::GoodEnd, "goodEnd", Text::WhyGoodEnd},
     {Why::Break, "break", Text::WhyBreak},
     {Why::NoResponse, "noResponse", Text::WhyNoResponse},
     {Why::Broken, "damagedResponse", Text::WhyBroken},
@@ -103,6 +104,13 @@ nlohmann::json JsonResponse(const Response& response) {
   return object;
 }
 
+nlohmann::json JsonOthers(const std::vector<Report::Other>& others) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const Report::Other& other : others)
+    list.push_back({{"workId", other.oWorkId}, {"data", other.oData}});
+  return list;
+}
+
 // One list of lines for each slip.
 nlohmann::json JsonReceipt(const std::vector<Report::Line>& lines) {
   nlohmann::json slips = nlohmann::json::array();
@@ -163,7 +171,8 @@ tString ForMachines(const Report& report) {
                    {"text", result.oText},
                    {"breakAsked", report.fBreak},
                    {"elapsedMs", report.llMs},
-                   {"receipt", JsonReceipt(report.oLines)}});
+                   {"receipt", JsonReceipt(report.oLines)},
+                   {"otherBlocks", JsonOthers(report.oOthers)}});
     nlohmann::json& statuses = object["statuses"] = nlohmann::json::array();
     for (Status status : report.oStatuses)
       statuses.push_back(Find(kStatuses, &StatusNameRow::oStatus, status).pccName);

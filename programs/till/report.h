@@ -14,6 +14,10 @@ struct Report {
     bool fLast; // of its slip
   };
   std::vector<Line> oLines;
+  struct Other {
+    tString oWorkId, oData;
+  };
+  std::vector<Other> oOthers; // blocks that are neither receipt nor status nor verdict
   std::vector<Status> oStatuses;
   bool fBreak = false; // the user asked for a break
   int64_t llMs = 0;    // how long it took

@@ -9,6 +9,7 @@
 
 #include "charset.h"
 #include "gabids.h"
+#include "util.h"
 
 namespace zat::till {
 
@@ -40,6 +41,7 @@ namespace {
 
 constexpr size_t kTidWidth = 10;
 constexpr size_t kReasonWidth = 2;
+constexpr int kDataAt = 5;         // in a data answer, behind its last flag (1) and its type (4)
 constexpr int kEmptyAnswers = 100; // then the library has nothing to say and never will
 constexpr auto kPauseStep = std::chrono::milliseconds(50);
 constexpr int kNoOldResult = ZAT_MS_MORE; // a number that is never looked up
@@ -94,6 +96,25 @@ const ReasonRow* FindOldReason(int result) {
   for (const ReasonRow& row : kReasons)
     if (result == row.iOld) return &row;
   return nullptr;
+}
+
+const StatusRow* FindStatus(tEFTPWorkId id) {
+  for (const StatusRow& row : kStatuses)
+    if (row.oId == id) return &row;
+  return nullptr;
+}
+
+bool IsLine(tEFTPWorkId id) { return id == eEFTPwidPrLine || id == eEFTPwidPrLast; }
+
+bool IsVerdict(tEFTPWorkId id) {
+  return id == eEFTPwidRespons || id == eEFTPwidRespLast || id == eEFTPwidRubad;
+}
+
+// The data of a block; those of a data answer may be a card that was read for the till.
+tString Masked(Block& block) {
+  tString data = block.oData;
+  if (block.oId == eEFTPwidDtaRes || block.oId == eEFTPwidDtaResLst) MaskDigit(data, kDataAt, -1, '*');
+  return data;
 }
 
 bool Untouched(const char* buffer) {
@@ -176,6 +197,7 @@ Result Session::Run(const Request& request, const Events& events) {
   bool opening = answer.oKind != Answer::eMore;
   Collect(exchange, answer);
   bool missing = opening && answer.oWhy == Why::Lost && !module && !HasModule();
+  if (missing) fExchange = false; // with whom
   Result result = missing ? exchange.Stop(Why::ModuleMissing, Outcome::Refused, answer.oCode, answer.oText)
                           : Finish(exchange, answer, opening);
   explicit_bzero(answer.mcBuffer, sizeof answer.mcBuffer);
@@ -263,12 +285,13 @@ void Session::Tell(Status status, const tString& text) const {
 }
 
 void Session::Tell(Block& block) const {
-  bool last = block.oId == eEFTPwidPrLast;
-  if ((last || block.oId == eEFTPwidPrLine) && poEvents->oLine)
-    poEvents->oLine(FromWire(WithoutEndOfLine(block.Field(abisEFpln))), last);
-  for (const StatusRow& row : kStatuses)
-    if (row.oId == block.oId)
-      Tell(row.oStatus, row.ppccText ? FromWire(block.Field(*row.ppccText)) : tString());
+  if (IsLine(block.oId) && poEvents->oLine)
+    poEvents->oLine(FromWire(WithoutEndOfLine(block.Field(abisEFpln))), block.oId == eEFTPwidPrLast);
+  else if (const StatusRow* row = FindStatus(block.oId))
+    Tell(row->oStatus, row->ppccText ? FromWire(block.Field(*row->ppccText)) : tString());
+  else if (!IsVerdict(block.oId) && poEvents->oOther)
+    poEvents->oOther({static_cast<char>(block.oId >> 8), static_cast<char>(block.oId)},
+                     FromWire(Masked(block)));
 }
 
 } // namespace zat::till

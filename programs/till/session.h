@@ -36,6 +36,9 @@ struct Events {
   // A change of status, with the terminal's text (UTF-8) where it sends one.
   std::function<void(Status status, const tString& text)> oStatus;
 
+  // Any other block of the answer: its two characters and its data, UTF-8. Card data in it are masked.
+  std::function<void(const tString& workId, const tString& data)> oOther;
+
   // Asked about once a millisecond while the library waits, if its settings let it: true asks the terminal to
   // break off. The answer true is acted upon once in an exchange.
   std::function<bool()> oBreak;

@@ -99,7 +99,7 @@ constexpr TextRow kTexts[] = {
      "{} — библиотека, но не та: в ней нет функции {}."},
     {Text::LibNoSession, "The library could not make a session.", "Библиотека не смогла открыть сеанс."},
     // what happens meanwhile
-    {Text::Connecting, "Starting the terminal", "Запуск терминала"},
+    {Text::Connecting, "Waiting for the terminal", "Ожидание терминала"},
     {Text::StOk, "The terminal is at work", "Терминал работает"},
     {Text::StNotLoggedIn, "The terminal is not logged in (zat_till login)",
      "Терминал не зарегистрирован (zat_till login)"},
@@ -150,6 +150,7 @@ constexpr TextRow kTexts[] = {
     {Text::WhyBreak, "Broken off at the till's request.", "Прервано по просьбе кассы."},
     {Text::WhyEnded, "The terminal ended the operation without a decision.",
      "Терминал закончил операцию без решения."},
+    {Text::WhyGoodEnd, "The terminal has carried the operation out.", "Терминал выполнил операцию."},
     {Text::WhyNoResponse, "The terminal ended the operation well, but never sent the bank's answer.",
      "Терминал успешно закончил операцию, но ответа банка не прислал."},
     {Text::WhyBroken, "The bank's answer came damaged.", "Ответ банка пришёл повреждённым."},

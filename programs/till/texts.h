@@ -24,7 +24,7 @@ enum class Text : int {
   Approved, Done, Declined, Aborted, Refused, Unknown, BadUsage, ExitApproved, ExitDone, ExitDeclined,
   ExitUsage, ExitAborted, ExitRefused, ExitUnknown,
   // why
-  WhyResponse, WhyRefusal, WhyBreak, WhyEnded, WhyNoResponse, WhyBroken, WhyContradiction, WhyEndless,
+  WhyResponse, WhyRefusal, WhyBreak, WhyEnded, WhyGoodEnd, WhyNoResponse, WhyBroken, WhyContradiction, WhyEndless,
   WhyUnfinished, WhyBadRequest, WhyModuleMissing, WhyLost, WhyHandle, WhyState, WhyCommand, WhyNoExchange,
   WhyOtherId, WhyPipes, WhyNested, WhyNoModule, WhyPause, WhyLeft, WhyStrange, AdviceUnknown, ShAmount,
   ShRrn, ShAuth, ShCard, ShMessage, OtherAmount,

@@ -78,6 +78,12 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"old results: a number of no table", "old 77\n", 5, "77"},
         Case{"login needs no response", "block 31 \ngood\n", 0, "DONE", {"login"}},
         Case{"end of day fails", "block 5X M3no host\nbad\n", 1, "DECLINED", {"end-of-day"}},
+        Case{"too late to break off", "block 34 1\nbad\n", 3, "without a decision"},
+        Case{"what a request of one's own brings",
+             "block 38 1MV014000001234567899=2512\ngood\n",
+             0,
+             "38 1MV01****************=****\nDONE",
+             {"raw", "37", "1MV01"}},
         Case{"another amount approved", Bank("00", "000000050000") + "good\n", 0,
              "approved 500.00, the till asked for 1250.00"}));
 
