@@ -2,9 +2,9 @@
 #pragma once
 #include "ztypes.h"
 
-// The path of the file that this code was loaded from, as the dynamic loader knows it. One that was loaded by a relative
-// name is made absolute against the working directory of the first call, which is made while the object is loaded: a
-// host that changes its directory later does not lose its installation. Never null; not owned by the caller.
+// The path of the file that this code was loaded from, as the dynamic loader knows it. A relative one is made absolute
+// while the object is loaded: a host that changes its directory later does not lose its installation. Never null; not
+// owned by the caller; good until the object is unloaded, in the last destructor too.
 const char* GetModuleName();
 
 // The directory part of a program's path, with its last '/'. A bare or relative name is taken to lie in the directory
