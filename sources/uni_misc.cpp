@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -27,26 +28,37 @@ struct ProcessHandle {
   int32_t iPId;
 };
 
-// Gives a signal its default meaning and takes the change back at the end.
-class DefaultSignal {
+// Gives SIGCHLD its default meaning while at least one call on any thread needs it. Counted: the second of two calls
+// that overlap would otherwise find the default and put that back for good.
+class DefaultChildSignal {
 public:
-  explicit DefaultSignal(int number) : signal(number) {
+  DefaultChildSignal() {
+    std::lock_guard guard(oMutex);
+    if (iUsers++ > 0) return;
     struct sigaction plain = {};
     plain.sa_handler = SIG_DFL;
-    saved = sigaction(signal, &plain, &before) == 0;
+    sigaction(SIGCHLD, &plain, &oHost);
   }
-  ~DefaultSignal() {
+  ~DefaultChildSignal() {
+    std::lock_guard guard(oMutex);
+    if (--iUsers > 0) return;
     int code = errno;
-    if (saved) sigaction(signal, &before, nullptr);
+    sigaction(SIGCHLD, &oHost, nullptr);
+    // A host with a handler has missed the end of a child of its own when one waits to be reaped.
+    bool handled =
+        (oHost.sa_flags & SA_SIGINFO) || (oHost.sa_handler != SIG_DFL && oHost.sa_handler != SIG_IGN);
+    siginfo_t info = {};
+    if (handled && waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0)
+      kill(getpid(), SIGCHLD);
     errno = code;
   }
-  DefaultSignal(const DefaultSignal&) = delete;
-  DefaultSignal& operator=(const DefaultSignal&) = delete;
+  DefaultChildSignal(const DefaultChildSignal&) = delete;
+  DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
 
 private:
-  int signal;
-  bool saved;
-  struct sigaction before = {};
+  static inline std::mutex oMutex;
+  static inline int iUsers = 0;
+  static inline struct sigaction oHost = {};
 };
 
 // The child of a vfork: it borrows the parent's memory until the program is executed, so it calls nothing but system
@@ -57,17 +69,17 @@ private:
   struct sigaction plain = {};
   plain.sa_handler = SIG_DFL;
   for (int number = 1; number < NSIG; ++number) sigaction(number, &plain, nullptr);
-  sigprocmask(SIG_SETMASK, mask, nullptr);
   // A session of its own: Ctrl-C on the till's terminal, and its closing, are sent to every program of that terminal,
-  // and would kill the module in the middle of a payment.
+  // and would kill the module in the middle of a payment. Before signals are let in, so that there is no gap.
   setsid();
-  execv(arguments[0], arguments);
+  sigprocmask(SIG_SETMASK, mask, nullptr);
+  if (arguments[0]) execv(arguments[0], arguments);
   _exit(kNotExecuted);
 }
 
 // vfork does not copy the host's page tables: a till of half a gigabyte starts a module as fast as a small one. All
 // signals are held back around it, because a handler of the host's must not run in the borrowed memory.
-pid_t Start(char* const* arguments) {
+[[gnu::noinline]] pid_t Start(char* const* arguments) {
   sigset_t all, before, none;
   sigfillset(&all);
   sigemptyset(&none);
@@ -101,25 +113,31 @@ void Free(ProcessHandle* handle) {
 } // namespace
 
 int SysCall(const char* pccStr, int* piOrg) {
-  DefaultSignal children(
-      SIGCHLD); // otherwise the status of our shell could be gone before system() asks for it
-  int status = system(pccStr);
+  int status = -1; // system(null) would only ask whether there is a shell
+  if (pccStr) {
+    DefaultChildSignal plain; // otherwise the status of our shell could be gone before system() asks for it
+    status = system(pccStr);
+  }
   if (piOrg) *piOrg = status;
   return static_cast<int8_t>(status >> 8);
 }
 
 int SysCallFor(const char* pccStr, uint64_t iMS, int* piOrg) {
-  DefaultSignal children(SIGCHLD);
-  std::string shell = "/bin/sh", option = "-c", line = pccStr;
-  char* arguments[] = {shell.data(), option.data(), line.data(), nullptr};
-  pid_t child = Start(arguments);
-  int status = child < 0 ? -1 : WaitOrKill(child, iMS);
+  int status = -1;
+  if (pccStr) {
+    DefaultChildSignal plain;
+    std::string shell = "/bin/sh", option = "-c", line = pccStr;
+    char* arguments[] = {shell.data(), option.data(), line.data(), nullptr};
+    pid_t child = Start(arguments);
+    status = child < 0 ? -1 : WaitOrKill(child, iMS);
+  }
   if (piOrg) *piOrg = status;
   return static_cast<int8_t>(status >> 8);
 }
 
 int SysExec(const char* pccFile, int* piOrg) {
-  if (chmod(pccFile, S_IRWXU | S_IRWXG | S_IRWXO) != 0) return -1;
+  if (piOrg) *piOrg = -1;
+  if (!pccFile || chmod(pccFile, S_IRWXU | S_IRWXG | S_IRWXO) != 0) return -1;
   return SysCall(pccFile, piOrg);
 }
 
@@ -127,7 +145,7 @@ void* SysCallBegin(const char* pccStr) {
   ProcessHandle* handle = new (std::nothrow) ProcessHandle{};
   if (!handle) return nullptr;
   handle->iArgC = ParsCdmLine(pccStr, handle->mpcArgV, kArguments);
-  handle->iPId = handle->iArgC > 0 ? Start(handle->mpcArgV) : -1;
+  handle->iPId = Start(handle->mpcArgV);
   if (handle->iPId < 0) {
     Free(handle);
     handle = nullptr;

@@ -3,9 +3,10 @@
 #include <cstdint>
 
 // Runs a command line through the system shell and waits for it. The exit status as a signed byte: 3 for exit 3, -1
-// for exit 255 and for a shell that could not be run. *piOrg receives the raw wait status, by which a command that a
-// signal ended can be told from one that exited with 0. Works in a host that ignores SIGCHLD or reaps children in a
-// handler of its own: the signal has its default meaning for the time of the call.
+// for exit 255, for null and for a shell that could not be run. *piOrg receives the raw wait status (-1 when nothing was
+// run), by which a command that a signal ended can be told from one that exited with 0. Works in a host that ignores
+// SIGCHLD or reaps children in a handler of its own: the signal has its default meaning for the time of the call, and
+// afterwards the handler is called if a child of the host's has ended meanwhile.
 int SysCall(const char* pccStr, int* piOrg = nullptr);
 
 // SysCall with a limit: once iMS milliseconds are over, the shell and all that stayed in its process group are killed
@@ -14,14 +15,15 @@ int SysCall(const char* pccStr, int* piOrg = nullptr);
 int SysCallFor(const char* pccStr, uint64_t iMS, int* piOrg = nullptr);
 
 // Makes a file executable (mode 0777) and runs it by SysCall, the file's name being the command line. -1 when the
-// mode cannot be set.
+// mode cannot be set, and in *piOrg too.
 int SysExec(const char* pccFile, int* piOrg = nullptr);
 
 // Starts a program without a shell and without waiting. The line is split by ParsCdmLine into at most 9 words, the
 // first being the program's path; quoted words keep their quotes. Environment, working directory, and every descriptor
 // that is not close-on-exec are inherited; signals have their default meaning in the child, whatever the host does
-// with them, and none is blocked. A handle for SysCallEnd, owned by the caller; null for an empty line or when no
-// process could be made. A program that cannot be executed still gives a handle, and ends with status 255.
+// with them, and none is blocked. The program is the first of a session of its own, out of reach of Ctrl-C on the
+// till's terminal. A handle for SysCallEnd, owned by the caller; null when no process could be made. A program that
+// cannot be executed, or an empty line, still gives a handle, and ends with status 255.
 void* SysCallBegin(const char* pccStr);
 
 // Waits for the program to end, without limit whatever fWait says, and frees the handle: 0. -1 for a null handle, and
