@@ -84,17 +84,18 @@ void FreeCmdTwoHalf(tCmdTwoHalf* poCTH) {
 void removebe(int iArgC, char** ppcArgV) {
   for (int i = iArgC - 1; i >= 0; --i) {
     size_t length = ppcArgV[i] ? strlen(ppcArgV[i]) : 0;
-    if (!Enclosed(ppcArgV[i], length, kQuote)) continue;
+    if (length == 0 || ppcArgV[i][0] != kQuote || ppcArgV[i][length - 1] != kQuote) continue;
     ppcArgV[i][length - 1] = ppcArgV[i][0] = '\0';
-    ++ppcArgV[i];
+    ++ppcArgV[i]; // of a lone quote this is its terminator
   }
 }
 
 char* stradd(const char* pccFirst, const char* pccSecond) {
-  size_t first = strlen(pccFirst), second = strlen(pccSecond);
+  size_t first = pccFirst ? strlen(pccFirst) : 0, second = pccSecond ? strlen(pccSecond) : 0;
   char* sum = static_cast<char*>(malloc(first + second + 1));
   if (!sum) return nullptr;
-  memcpy(sum, pccFirst, first);
-  memcpy(sum + first, pccSecond, second + 1);
+  if (first) memcpy(sum, pccFirst, first);
+  if (second) memcpy(sum + first, pccSecond, second);
+  sum[first + second] = '\0';
   return sum;
 }

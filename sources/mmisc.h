@@ -17,7 +17,8 @@ extern const char* const pccCmdSp;
 // A quote opens a quoted word only right after a word's separator or at the start of the line, and the same quote
 // closes it; the stored word keeps both quotes (removebe strips them in the started program). After two or more
 // spaces the separator stays the space and a quote is an ordinary character of the next word: lines are built with
-// single spaces. An unclosed quoted word runs to the end and is stored with quotes at both ends.
+// single spaces. A closing quote is a word's separator already, so a quoted word and a space count as two, and the
+// next word cannot be quoted. An unclosed quoted word runs to the end and is stored with quotes at both ends.
 int ParsCdmLine(const char* pccStr, char** ppcArgV, int iDim);
 
 // Stores one word of lLen characters at slot iCnt, put between cSep when that is a quote, and closes the list with
@@ -36,9 +37,9 @@ void MakeCmdTwoHalf(const char* pccStr, tCmdTwoHalf* poOut);
 // Frees pcFirst and sets both fields to null.
 void FreeCmdTwoHalf(tCmdTwoHalf* poCTH);
 
-// Strips the double quotes that enclose program arguments, in place: argv[i] moves behind the opening quote. Empty
-// arguments and a lone quote stay.
+// Strips the double quotes that enclose program arguments, in place: argv[i] moves behind the opening quote. A lone quote
+// is both ends at once and leaves an empty argument; empty and null arguments stay.
 void removebe(int iArgC, char** ppcArgV);
 
-// The two strings together on the heap; null when memory is out.
+// The two strings together on the heap, a null one being empty; null when memory is out.
 char* stradd(const char* pccFirst, const char* pccSecond);

@@ -5,8 +5,9 @@
 
 time_t MakeLocTm(struct tm* poTm, const char* mcDaTin, bool fLocal) {
   constexpr int kYearBase = 1970;
+  if (!mcDaTin) return -1;
   char text[14 + 1] = {};
-  memcpy(text, mcDaTin, sizeof text - 1);
+  memcpy(text, mcDaTin, strnlen(mcDaTin, sizeof text - 1));
   int year, month, day, hour, minute, second;
   if (sscanf(text, "%4d%2d%2d%2d%2d%2d", &year, &month, &day, &hour, &minute, &second) < 6) return -1;
 

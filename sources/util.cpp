@@ -1,6 +1,7 @@
 #include "util.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -205,8 +206,8 @@ void GetReference(const char* date, tString& out) {
   struct tm broken = {};
   if (MakeLocTm(&broken, date, true) == -1) return;
   char text[32];
-  int length =
-      snprintf(text, sizeof text, "%1d%03d%02d", broken.tm_year % 10, broken.tm_yday + 1, broken.tm_hour);
+  int length = snprintf(text, sizeof text, "%1d%03d%02d", (1900 + broken.tm_year) % 10, broken.tm_yday + 1,
+                        broken.tm_hour);
   if (length == 6) out = text;
 }
 
@@ -264,7 +265,7 @@ tTicks PClock() {
 }
 
 tTicks PCperS() {
-  static tTicks rate = 0;
+  static std::atomic<tTicks> rate = 0; // two threads may ask the system both, which does no harm
   if (rate == 0) rate = static_cast<tTicks>(sysconf(_SC_CLK_TCK));
   return rate;
 }

@@ -74,6 +74,9 @@ void ISMfromStr(tIntStrMap& oISM, const tString& oParams);
 // length.
 size_t EraseLeftChars(tString& oField, char oV, const tString* poDefVal);
 size_t EraseLeftChars(tString& oField, char oV, const char* poDefVal);
+inline size_t EraseLeftChars(tString& oField, char oV, std::nullptr_t) {
+  return EraseLeftChars(oField, oV, static_cast<const char*>(nullptr)); // a bare nullptr would fit both
+}
 
 // --- Dates ----------------------------------------------------------------------------------------------------------
 

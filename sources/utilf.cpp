@@ -15,6 +15,9 @@ namespace {
 
 constexpr int kFirstFreeDescriptor = 3; // 0 to 2 belong to the host, even when it has closed them
 
+// A null name is the name of nothing; asking the system for it would be an error of our own.
+const char* Given(const char* name) { return name ? name : ""; }
+
 // A name without the quotes it may come in, for the time of one call.
 class Unquoted {
 public:
@@ -26,7 +29,7 @@ public:
   }
   Unquoted(const Unquoted&) = delete;
   Unquoted& operator=(const Unquoted&) = delete;
-  operator const char*() const { return text; }
+  operator const char*() const { return Given(text); }
 
 private:
   const char* text;
@@ -46,7 +49,7 @@ char* fpathr(const char** ppccName) {
 int fremove(const char* pccName) { return remove(Unquoted(pccName)); }
 int frename(const char* pccOld, const char* pccNew) { return rename(Unquoted(pccOld), Unquoted(pccNew)); }
 int flink(const char* pccOld, const char* pccNew) { return link(Unquoted(pccOld), Unquoted(pccNew)); }
-int fmkdir(const char* pccName) { return mkdir(pccName, 0777); }
+int fmkdir(const char* pccName) { return mkdir(Given(pccName), 0777); }
 
 int frpresent(const char* pccName) { return fxpresent(Unquoted(pccName), S_IFREG); }
 int fdpresent(const char* pccName) { return fxpresent(Unquoted(pccName), S_IFDIR); }
@@ -70,12 +73,12 @@ size_t fpathup(const char* pccPath) {
 }
 
 int fcopy(const char* pccSrc, const char* pccDst) {
-  FILE* from = fopen(pccSrc, "rbe");
+  FILE* from = fopen(Given(pccSrc), "rbe");
   struct stat source, target;
-  if (from && fstat(fileno(from), &source) == 0 && stat(pccDst, &target) == 0 &&
+  if (from && fstat(fileno(from), &source) == 0 && stat(Given(pccDst), &target) == 0 &&
       source.st_dev == target.st_dev && source.st_ino == target.st_ino)
     return fclose(from); // opened for writing, the file would lose what is to be copied
-  FILE* to = from ? fopen(pccDst, "wbe") : nullptr;
+  FILE* to = from ? fopen(Given(pccDst), "wbe") : nullptr;
   int result = to ? 0 : -1;
   char part[8192];
   for (size_t n; to && result == 0 && (n = fread(part, 1, sizeof part, from)) > 0;)
@@ -87,7 +90,7 @@ int fcopy(const char* pccSrc, const char* pccDst) {
 }
 
 unsigned long fgetsize(const char* pccName) {
-  int fd = open(pccName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  int fd = open(Given(pccName), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return 0;
   struct stat info = {};
   unsigned long size = fstat(fd, &info) == 0 ? static_cast<unsigned long>(info.st_size) : 0;
@@ -203,7 +206,7 @@ constinit LockTable oLocks;
 // Opens a lock file without following, blocking on or creating anything but a regular file.
 int OpenLock(const char* name, FileId* id) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  int fd = TEMP_FAILURE_RETRY(open(name, kFlags, 0666));
+  int fd = TEMP_FAILURE_RETRY(open(Given(name), kFlags, 0666));
   if (fd >= 0 && fd < kFirstFreeDescriptor) {
     int low = fd;
     fd = fcntl(low, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
@@ -269,7 +272,7 @@ int tryflock(const char* pccName, bool fInherit) { return Take(pccName, false, f
 int remflock(const char* pccName) {
   struct stat info = {};
   int fd = -1;
-  Whose whose = lstat(pccName, &info) == 0 ? oLocks.Find(IdOf(info), &fd) : Whose::nobodys;
+  Whose whose = lstat(Given(pccName), &info) == 0 ? oLocks.Find(IdOf(info), &fd) : Whose::nobodys;
   if (whose == Whose::nobodys)
     oLocks.Sweep();
   else
@@ -284,7 +287,7 @@ int remflock(const char* pccName) {
 }
 
 int isflock(const char* pccName) {
-  int fd = open(pccName, O_RDWR | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  int fd = open(Given(pccName), O_RDWR | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd >= 0) close(fd);
   return fd >= 0 || errno == ENOENT ? 0 : 1;
 }

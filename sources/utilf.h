@@ -1,5 +1,5 @@
-// Files and lock files. Names are NUL-terminated; where noted, a name wrapped in double quotes is accepted. Failures are results,
-// and errno stays as the system call set it.
+// Files and lock files. Names are NUL-terminated, null is the name of nothing; where noted, a name wrapped in double
+// quotes is accepted. Failures are results, and errno stays as the system call set it.
 #pragma once
 #include <cstddef>
 
@@ -53,18 +53,18 @@ unsigned long fgetsize(const char* pccName);
 //
 // Only regular files are locks: a symbolic link is not followed, a FIFO does not block, a directory is refused.
 
-// Takes the lock, waiting without limit for one that another process holds. 0 when it is held; 1 when the file cannot be
-// opened or locked, and at once (EWOULDBLOCK) when this process holds it already, since that wait would never end; -1
-// when its content cannot be written whole: it is not held then.
+// Takes the lock, waiting without limit for one that another process holds. 0 when it is held; 1 when the file cannot
+// be opened or locked, and at once (EWOULDBLOCK) when this process holds it already, since that wait would never end;
+// -1 when its content cannot be written whole: it is not held then.
 int putflock(const char* pccName);
 
 // The same without waiting: a lock that another process holds is a failure too, 1 with EWOULDBLOCK. fInherit lets the
 // programs started while it is held keep it alive: the lock then ends with the last of the processes.
 int tryflock(const char* pccName, bool fInherit = false);
 
-// Frees the lock and removes the file: unlinks first, so that nobody can take a lock on a file that is about to go, then
-// unlocks and closes. Removes the file in any case, whoever has locked it, and closes a descriptor only when this very
-// process took the lock and the descriptor still is that file. What fremove returns.
+// Frees the lock and removes the file: unlinks first, so that nobody can take a lock on a file that is about to go,
+// then unlocks and closes. Removes the file in any case, whoever has locked it, and closes a descriptor only when this
+// very process took the lock and the descriptor still is that file. What fremove returns.
 //
 // In a forked copy of the holder the lock is the parent's: file and lock stay, only the copy's descriptor is closed, so
 // that the lock cannot outlive the parent. 0, since nothing is left for the copy to free.
