@@ -1,5 +1,5 @@
-// The 40 parameters of a payment in the store, beside the same in a std::map and in a nlohmann-json object: building
-// it, finding every value, replacing every value by a longer one, and the bytes that it takes.
+// The 40 parameters of a payment in the store, beside the same in a std::map and in a nlohmann-json object:
+// building it, finding every value, replacing every value by a longer one, and the bytes that it takes.
 #include "EFTPMisc.h"
 #include "count_alloc.h"
 #include <benchmark/benchmark.h>

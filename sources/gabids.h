@@ -126,8 +126,8 @@ ZAT_API const char* TagFromText(std::string_view oText);
 // be given. Null for a group that the dictionary does not have.
 ZAT_API const char* TagGroupText(std::string_view oTag);
 
-// Replaces by '*' what nobody may see of a value under this path. A path that is not in the dictionary is hidden
-// below "TR.S" and looked through for card numbers elsewhere.
+// Replaces by '*' what nobody may see of a value under this path. A path that is not in the dictionary is
+// hidden below "TR.S" and looked through for card numbers elsewhere.
 ZAT_API void MaskValue(std::string_view oPath, std::string& oValue);
 
 } // namespace zat

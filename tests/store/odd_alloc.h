@@ -1,5 +1,5 @@
-// An allocator for trying what a store does with its memory: blocks lie at odd addresses between fences that show
-// any write outside, and it refuses when told to.
+// An allocator for trying what a store does with its memory: blocks lie at odd addresses between fences that
+// show any write outside, and it refuses when told to.
 #pragma once
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,5 @@
-// A store whose bytes somebody else has changed: the checker names the place, and no operation leaves the buffer.
+// A store whose bytes somebody else has changed: the checker names the place, and no operation leaves the
+// buffer.
 #include "EFTPMisc.h"
 #include "odd_alloc.h"
 #include <gtest/gtest.h>

@@ -30,8 +30,8 @@ struct CardString : tString {
   ~CardString() { explicit_bzero(data(), size()); }
 };
 
-// Writes the line about a parameter that was taken. Only a few values are shown, none that identifies a card; print
-// lines come by the dozen and are logged elsewhere.
+// Writes the line about a parameter that was taken. Only a few values are shown, none that identifies a card;
+// print lines come by the dozen and are logged elsewhere.
 void LogTaken(const char* pccTag, const unsigned char* pbValue, size_t lLen) {
   if (pccTag == abisEFpln || pccTag == abisEFsln || !GSWants(kLogLevel)) return;
   int length = static_cast<int>(lLen);

@@ -1,5 +1,5 @@
-// Looks at the buffer of a parameter store from outside: a checker for the invariants of squeezenode.h and a dump
-// for people. Both take any bytes at all and read only those they are given.
+// Looks at the buffer of a parameter store from outside: a checker for the invariants of squeezenode.h and a
+// dump for people. Both take any bytes at all and read only those they are given.
 #pragma once
 #include "export.h"
 #include "ztypes.h"
@@ -21,14 +21,14 @@ struct tSqueezeFault {
   const char* pccWhat; // what is wrong there, in English
 };
 
-// Whether a buffer of nSize bytes is a sound store; if not, *poFault (may be null) receives the first thing that is
-// wrong. A null buffer, that of a store without memory, counts as sound.
+// Whether a buffer of nSize bytes is a sound store; if not, *poFault (may be null) receives the first thing
+// that is wrong. A null buffer, that of a store without memory, counts as sound.
 ZAT_API bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow,
                           tSqueezeFault* poFault = nullptr);
 
 // The tree, one node a line, children indented under their parent: tag, number, type and value. Card data are
-// masked as the dictionary of tags wants it. Starts with a summary and, when the store is damaged, with the fault;
-// then what can be read is shown.
+// masked as the dictionary of tags wants it. Starts with a summary and, when the store is damaged, with the
+// fault; then what can be read is shown.
 ZAT_API tString SqueezeDump(const void* pvBuffer, uint64_t nSize);
 
 #ifdef NDEBUG
@@ -41,9 +41,9 @@ public:
 
 #else
 
-// In debug builds each operation that changes a store has one of these: a store that was sound before must be sound
-// afterwards. A store that was damaged before is the business of whoever damaged it. Operations inside an operation
-// are not looked at, because a tree in the middle of a change need not be sound.
+// In debug builds each operation that changes a store has one of these: a store that was sound before must be
+// sound afterwards. A store that was damaged before is the business of whoever damaged it. Operations inside
+// an operation are not looked at, because a tree in the middle of a change need not be sound.
 class SqueezeGuard {
 public:
   template<class S>

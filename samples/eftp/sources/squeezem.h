@@ -1,13 +1,13 @@
-// The storage engine of the parameter store: a tree of nodes, each with one blob of bytes, in one buffer. What the
-// blobs mean is the derived class's business (squeezet.h). The buffer is drawn in squeezenode.h.
+// The storage engine of the parameter store: a tree of nodes, each with one blob of bytes, in one buffer.
+// What the blobs mean is the derived class's business (squeezet.h). The buffer is drawn in squeezenode.h.
 //
 // What holds for every operation:
 // - No operation throws. Null, false and 0 are the answers to bad input and to lack of room.
-// - A tNode* points into the buffer. It is good until the next operation that stores or frees something; across
-//   one, hold the node's number (prop_GetNodNum) and ask node_get again. A number survives until a record with a
-//   lower number is removed.
-// - Bytes of the buffer are not trusted. Whatever they are, no operation reads or writes outside the buffer or runs
-//   without end; a pointer that is no record of the table is refused.
+// - A tNode* points into the buffer. It is good until the next operation that stores or frees something;
+//   across one, hold the node's number (prop_GetNodNum) and ask node_get again. A number survives until a
+//   record with a lower number is removed.
+// - Bytes of the buffer are not trusted. Whatever they are, no operation reads or writes outside the buffer
+//   or runs without end; a pointer that is no record of the table is refused.
 // - One thread at a time.
 #pragma once
 #include "squeezecheck.h"
@@ -61,12 +61,12 @@ public:
   // An empty store. A size below 32 is raised to 32, the least that holds record 0.
   basic_squeezem(size_type nSize, size_type nGrowBy, const A& oAllocator = A());
 
-  // A deep copy: same size, same bytes. Without memory the new store is unusable (pbBuffer null), the one assigned
-  // to is empty: an old value must not pass for the one that was to be copied.
+  // A deep copy: same size, same bytes. Without memory the new store is unusable (pbBuffer null), the one
+  // assigned to is empty: an old value must not pass for the one that was to be copied.
   basic_squeezem(const basic_squeezem& oFrom);
   basic_squeezem& operator=(const basic_squeezem& oFrom);
 
-  // --- what the derived class supplies -------------------------------------------------------------------------
+  // --- what the derived class supplies ---------------------------------------------------------------------
 
   // Called for every node of a walk without a path (depth 0): where to go from here, or eWCfind.
   virtual tWalkerCode visit(tNode* poNode, size_type nLevel, tNode* poPrev) = 0;
@@ -76,7 +76,7 @@ public:
 
   virtual ~basic_squeezem() { mm_free(pbBuffer, nBuffer + nUnshrunk); }
 
-  // --- nodes ---------------------------------------------------------------------------------------------------
+  // --- nodes -----------------------------------------------------------------------------------------------
 
   // The record with this number, 0 giving record 0; null when the table has no such record.
   tNode* node_get(size_type nNumber) {
@@ -89,65 +89,66 @@ public:
   // Appends an empty record, whose links keep the filler. Null when fewer than 32 bytes are free.
   tNode* node_addempty();
 
-  // Stores nLen bytes as the blob of a new node without links. Null when there is no room and the buffer may not
-  // (fGrow, nStep) or cannot grow, and for null bytes with a length. A refusal can leave one more empty record, and
-  // a step that was smaller than the blob stays raised to the blob's length: the step only ever grows.
+  // Stores nLen bytes as the blob of a new node without links. Null when there is no room and the buffer may
+  // not (fGrow, nStep) or cannot grow, and for null bytes with a length. A refusal can leave one more empty
+  // record, and a step that was smaller than the blob stays raised to the blob's length: the step only ever
+  // grows.
   tNode* node_putdata(const void* pvBytes, size_type nLen, bool fGrow);
 
   // Frees a node; the caller has unlinked it. Kept as empty, the record stays for the next blob; otherwise it
   // leaves the table, and every number above it becomes one less.
   void node_delete(tNode* poNode, bool fKeepEmpty) { mem_squeeze(poNode, fKeepEmpty); }
 
-  // Frees a node, everything below it and every sibling to its right with what is below them, then every empty
-  // record. Unlink the node first: that also cuts it from its siblings.
+  // Frees a node, everything below it and every sibling to its right with what is below them, then every
+  // empty record. Unlink the node first: that also cuts it from its siblings.
   void node_deleteall(tNode* poNode);
 
-  // --- links ---------------------------------------------------------------------------------------------------
+  // --- links -----------------------------------------------------------------------------------------------
 
-  // Puts a detached node into the tree: with poPrev null among the top-level nodes, with fChild below poPrev, else
-  // right after poPrev. The first of a chain stays the first: a newcomer goes to the second place, not to the end,
-  // and callers find siblings in that order. False when there is no node or no such place.
+  // Puts a detached node into the tree: with poPrev null among the top-level nodes, with fChild below poPrev,
+  // else right after poPrev. The first of a chain stays the first: a newcomer goes to the second place, not
+  // to the end, and callers find siblings in that order. False when there is no node or no such place.
   bool LinkNode(tNode* poPrev, tNode* poNode, bool fChild);
 
-  // Takes poNode out of the chain and gives it back, detached. poPrev is its left sibling, its parent, or poNode
-  // itself for the first top-level node. When poNode stands further right under the parent poPrev, it is taken out
-  // too but the answer is null, and when it does not stand there at all it is given back untouched: this inverted
-  // answer is kept, callers rely on the answer only with the true predecessor.
+  // Takes poNode out of the chain and gives it back, detached. poPrev is its left sibling, its parent, or
+  // poNode itself for the first top-level node. When poNode stands further right under the parent poPrev, it
+  // is taken out too but the answer is null, and when it does not stand there at all it is given back
+  // untouched: this inverted answer is kept, callers rely on the answer only with the true predecessor.
   tNode* Unlink(tNode* poNode, tNode* poPrev);
 
-  // --- paths and walks -----------------------------------------------------------------------------------------
+  // --- paths and walks -------------------------------------------------------------------------------------
 
-  // Finds the node with this path, starting with poNode and its right siblings as level 1; null when there is none.
-  // With fUnlink the node is taken out of its chain as well.
+  // Finds the node with this path, starting with poNode and its right siblings as level 1; null when there is
+  // none. With fUnlink the node is taken out of its chain as well.
   tNode* Searcher(tNode* poNode, const tString& oPath, bool fUnlink);
 
-  // The general search from poNode at level nLevel of nDepth; a depth of 0 means that of the path, and with no path
-  // either, visit decides. A node that matches a component before the last is gone into; when poNode itself is such
-  // a node and the rest of the path is not below it, the search is over: siblings have different tags, so none of
-  // the others can match. With fDeleteAll everything that poNode begins is freed, whatever the path, all records
-  // kept as empty, and the answer is null.
+  // The general search from poNode at level nLevel of nDepth; a depth of 0 means that of the path, and with
+  // no path either, visit decides. A node that matches a component before the last is gone into; when poNode
+  // itself is such a node and the rest of the path is not below it, the search is over: siblings have
+  // different tags, so none of the others can match. With fDeleteAll everything that poNode begins is freed,
+  // whatever the path, all records kept as empty, and the answer is null.
   tNode* SearcherUni(tNode* poNode, const tString& oPath, size_type nLevel, size_type nDepth, tNode* poPrev,
                      bool fUnlink, bool fDeleteAll);
 
   // One step of a walk: visit's answer at depth 0, else by comparing the node with its level's component.
   tWalkerCode Walker(tNode* poNode, const tString& oPath, size_type nLevel, size_type nDepth, tNode* poPrev);
 
-  // Cuts the component of a level (counted from 1) out of a path into oOut and gives its length; fLast says whether
-  // the path ends with it. Without fOnlyOne everything from there to the end is cut, and fLast is false. A level
-  // that the path does not have gives 0 and changes neither.
+  // Cuts the component of a level (counted from 1) out of a path into oOut and gives its length; fLast says
+  // whether the path ends with it. Without fOnlyOne everything from there to the end is cut, and fLast is
+  // false. A level that the path does not have gives 0 and changes neither.
   size_type PathParser(const tString& oPath, size_type nLevel, bool fOnlyOne, bool& fLast, tString& oOut);
 
-  // The number of components; 0 for an empty path and for one that begins with a dot or has two in a row. A dot at
-  // the end begins an empty last component.
+  // The number of components; 0 for an empty path and for one that begins with a dot or has two in a row. A
+  // dot at the end begins an empty last component.
   size_type PathDeep(const tString& oPath) { return Deep(oPath); }
 
-  // --- memory --------------------------------------------------------------------------------------------------
+  // --- memory ----------------------------------------------------------------------------------------------
 
   T* mm_alloc(size_type nLen); // null when the allocator cannot
   void mm_free(T* pb, size_type nLen) { mm_realloc(pb, nLen, 0); }
 
-  // A new block with the first bytes of the old one, which is overwritten (it may hold card data) and freed. Null
-  // for a length of 0, and, with the old block kept, when the allocator cannot.
+  // A new block with the first bytes of the old one, which is overwritten (it may hold card data) and freed.
+  // Null for a length of 0, and, with the old block kept, when the allocator cannot.
   T* mm_realloc(T* pb, size_type nOld, size_type nNew);
 
   // Removes every empty record from the table.
@@ -158,12 +159,12 @@ public:
     return Sound() && prop_GetDataLst() > prop_GetNodsLen() ? prop_GetDataLst() - prop_GetNodsLen() : 0;
   }
 
-  // Frees a node, see node_delete. Without a node: removes the empty records and, in a buffer that can grow, every
-  // free byte; the next blob makes it grow again. When the allocator refuses the smaller block, the store goes on
-  // in the old one with the smaller size.
+  // Frees a node, see node_delete. Without a node: removes the empty records and, in a buffer that can grow,
+  // every free byte; the next blob makes it grow again. When the allocator refuses the smaller block, the
+  // store goes on in the old one with the smaller size.
   void mem_squeeze(tNode* poNode = nullptr, bool fKeepEmpty = false);
 
-  // --- properties of the store (record 0) ----------------------------------------------------------------------
+  // --- properties of the store (record 0) ------------------------------------------------------------------
 
   static constexpr size_type prop_Reform(size_type nWord) { return zat::ReformWord(nWord); }
 
@@ -189,7 +190,7 @@ public:
   void prop_AddDataLst(size_type n) { prop_PutDataLst(prop_GetDataLst() + n); }
   void prop_SubDataLst(size_type n) { prop_PutDataLst(prop_GetDataLst() - n); }
 
-  // --- properties of a node ------------------------------------------------------------------------------------
+  // --- properties of a node --------------------------------------------------------------------------------
 
   // The number of a record of this buffer. For any other address the result says nothing.
   size_type prop_GetNodNum(const tNode* po) const {
@@ -212,8 +213,8 @@ public:
   void prop_AddDataOfs(tNode* po, size_type n) { prop_PutDataOfs(po, prop_GetDataOfs(po) + n); }
   void prop_SubDataOfs(tNode* po, size_type n) { prop_PutDataOfs(po, prop_GetDataOfs(po) - n); }
 
-  // Copies nLen bytes of the blob out when the blob has that many and a target is given. The result is nLen either
-  // way; compare it with prop_GetDataLen first.
+  // Copies nLen bytes of the blob out when the blob has that many and a target is given. The result is nLen
+  // either way; compare it with prop_GetDataLen first.
   size_type prop_GetData(const tNode* po, void* pvOut, size_type nLen) const;
 
   // Overwrites the blob when nLen is its very length; otherwise nothing happens.
@@ -230,7 +231,8 @@ protected:
 
   // node_putdata without the bytes: the caller writes them.
   tNode* Reserve(size_type nLen, bool fGrow);
-  // node_deleteall, following the record that has the number *pnFollow while records below it leave the table.
+  // node_deleteall, following the record that has the number *pnFollow while records below it leave the
+  // table.
   void DeleteAll(tNode* poNode, size_type* pnFollow);
 
   // The blob's bytes; null when it does not lie in the data area.

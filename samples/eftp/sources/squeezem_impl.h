@@ -47,7 +47,7 @@ template<class T, class A> void basic_squeezem<T, A>::Format() {
   prop_PutDataLst(nBuffer);
 }
 
-// --- nodes -------------------------------------------------------------------------------------------------------
+// --- nodes -------------------------------------------------------------------------------------------------
 
 template<class T, class A> auto basic_squeezem<T, A>::node_findempty() -> tNode* {
   if (prop_GetEmpty() == 0) return nullptr;
@@ -93,8 +93,8 @@ template<class T, class A> auto basic_squeezem<T, A>::Reserve(size_type nLen, bo
   return nullptr;
 }
 
-// Makes the buffer one step longer; the new bytes join the gap. The two ends are copied straight to where they go,
-// and the gap is filled whole: nothing of what has been moved stays readable in it (invariant 7).
+// Makes the buffer one step longer; the new bytes join the gap. The two ends are copied straight to where
+// they go, and the gap is filled whole: nothing of what has been moved stays readable in it (invariant 7).
 template<class T, class A> bool basic_squeezem<T, A>::Grow(size_type nLen) {
   if (nStep == 0 || !Sound()) return false;
   nStep = std::max(nStep, nLen);
@@ -130,9 +130,9 @@ template<class T, class A> void basic_squeezem<T, A>::DeleteAll(tNode* poNode, s
   FreeEmpty(pnFollow);
 }
 
-// Frees a node, its right siblings and all that is below them, keeping the records. The children's chain is put
-// before the rest of the chain instead of being gone into: a deep tree needs no deep stack, and each chain is run
-// along once. Links that lead in circles come to a record that is empty already.
+// Frees a node, its right siblings and all that is below them, keeping the records. The children's chain is
+// put before the rest of the chain instead of being gone into: a deep tree needs no deep stack, and each
+// chain is run along once. Links that lead in circles come to a record that is empty already.
 template<class T, class A> void basic_squeezem<T, A>::DeleteTree(tNode* poNode) {
   while (Sound() && IsNode(poNode) && !IsEmpty(poNode)) {
     size_type right = prop_GetRight(poNode), down = prop_GetDown(poNode);
@@ -151,7 +151,7 @@ template<class T, class A> void basic_squeezem<T, A>::DeleteTree(tNode* poNode) 
   }
 }
 
-// --- links -------------------------------------------------------------------------------------------------------
+// --- links -------------------------------------------------------------------------------------------------
 
 // A node is never linked to itself, which damaged links could ask for.
 template<class T, class A> bool basic_squeezem<T, A>::LinkAfter(tNode* poPlace, tNode* poNode) {
@@ -204,7 +204,7 @@ template<class T, class A> auto basic_squeezem<T, A>::Unlink(tNode* poNode, tNod
   return poNode;
 }
 
-// --- paths and walks ---------------------------------------------------------------------------------------------
+// --- paths and walks ---------------------------------------------------------------------------------------
 
 template<class T, class A>
 std::string_view basic_squeezem<T, A>::Component(std::string_view oPath, size_type nLevel, bool& fFound) {
@@ -284,9 +284,9 @@ auto basic_squeezem<T, A>::Walker(tNode* poNode, const tString& oPath, size_type
   return eWCerror;
 }
 
-// One level of a search. The code of the node that the level began with decides how the whole level is run: only a
-// stop of a sibling changes it. That is why a level begun by a match ends with it, and why a level begun by a
-// mismatch looks at every sibling and goes into each that matches.
+// One level of a search. The code of the node that the level began with decides how the whole level is run:
+// only a stop of a sibling changes it. That is why a level begun by a match ends with it, and why a level
+// begun by a mismatch looks at every sibling and goes into each that matches.
 template<class T, class A>
 auto basic_squeezem<T, A>::Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth,
                                   tNode* poPrev) -> tNode* {
@@ -310,7 +310,7 @@ auto basic_squeezem<T, A>::Search(tWalk& oWalk, tNode* poNode, size_type nLevel,
   return oWalk.fUnlink && nLevel == nDepth ? Unlink(poNode, poPrev) : poNode;
 }
 
-// --- memory ------------------------------------------------------------------------------------------------------
+// --- memory ------------------------------------------------------------------------------------------------
 
 template<class T, class A> T* basic_squeezem<T, A>::mm_alloc(size_type nLen) {
   try {
@@ -372,9 +372,9 @@ template<class T, class A> auto basic_squeezem<T, A>::FreeBlob(const tNode* poNo
   return length;
 }
 
-// Copies a record within the table, after record nGone has left it and the blobs below nOffset have moved up by
-// nMoved. Links to nGone itself stay: there must be none. A blob of no length that lies at nOffset moves too, or it
-// would be left outside the data area.
+// Copies a record within the table, after record nGone has left it and the blobs below nOffset have moved up
+// by nMoved. Links to nGone itself stay: there must be none. A blob of no length that lies at nOffset moves
+// too, or it would be left outside the data area.
 template<class T, class A>
 void basic_squeezem<T, A>::Adjust(size_type nTo, size_type nFrom, size_type nGone, size_type nOffset,
                                   size_type nMoved) {

@@ -1,5 +1,5 @@
-// The buffer of a parameter store: what stands where, and what always holds. The store (squeezem.h, squeezet.h) and
-// its checker (squeezecheck.h) both read and write it through what is declared here.
+// The buffer of a parameter store: what stands where, and what always holds. The store (squeezem.h,
+// squeezet.h) and its checker (squeezecheck.h) both read and write it through what is declared here.
 //
 // One buffer holds a whole tree, so that a store is copied, grown and given away as one block:
 //
@@ -9,8 +9,8 @@
 //   +---------+----------------------+--------------------+-----------------------------+
 //              the table grows up ->                    <- the blobs grow down
 //
-// A record is four words of 8 bytes in the machine's order. Record 0 keeps the store's own properties; the others
-// are nodes, known by their number (the index in the table):
+// A record is four words of 8 bytes in the machine's order. Record 0 keeps the store's own properties; the
+// others are nodes, known by their number (the index in the table):
 //
 //   offset  size  record 0                             a node
 //   0       8     Empty:   number of empty records     iRight:   number of the next sibling, 0 = none
@@ -45,15 +45,17 @@
 // What always holds between two operations (asserts and the checker cite these numbers):
 //
 //   1  32 <= NodsLen <= DataLst <= buffer size, and NodsLen is a multiple of 32.
-//   2  A record is empty exactly when its nDataLen and nDataOfs are both 0, and Empty counts the empty records.
+//   2  A record is empty exactly when its nDataLen and nDataOfs are both 0, and Empty counts the empty
+//      records.
 //   3  The blob of every other record lies in the data area [DataLst, buffer size).
 //   4  The blobs fill the data area without a hole and without sharing a byte.
-//   5  First, and iRight and iDown of every node in the tree, are 0 or the number of a record that is not empty.
-//   6  Every record that is not empty is reached from First on exactly one way. (A caller of the lower operations
-//      may hold a node detached for a while.)
+//   5  First, and iRight and iDown of every node in the tree, are 0 or the number of a record that is not
+//      empty.
+//   6  Every record that is not empty is reached from First on exactly one way. (A caller of the lower
+//      operations may hold a node detached for a while.)
 //   7  The gap holds nothing but the filler: what a store has let go of can no longer be read in it.
-//   8  In a store of tagged values every blob is at least as long as its header and tag, and its type is one that
-//      can be stored.
+//   8  In a store of tagged values every blob is at least as long as its header and tag, and its type is one
+//      that can be stored.
 #pragma once
 #include "ssqueeze.h"
 #include <bit>
@@ -101,8 +103,8 @@ struct tHeader {
   }
 };
 
-// A blob of tagged data, laid over its bytes in the buffer. The functions that read take the length of the blob and
-// give null for a blob that is shorter than its own header and tag.
+// A blob of tagged data, laid over its bytes in the buffer. The functions that read take the length of the
+// blob and give null for a blob that is shorter than its own header and tag.
 struct tHeaderD : tHeader {
   static constexpr uint64_t GetHeaderLen() { return sizeof(tHeader); }
 
@@ -134,8 +136,8 @@ struct tHeaderD : tHeader {
     return memcmp(tag, oTag.data(), oTag.size()) == 0 ? 0 : 1;
   }
 
-  // Writes header, tag and value; the blob has CalcMemLen bytes. A value without bytes is stored as eDTpempel, or
-  // as eDTnode when oType is that.
+  // Writes header, tag and value; the blob has CalcMemLen bytes. A value without bytes is stored as
+  // eDTpempel, or as eDTnode when oType is that.
   void Place(tDataType oType, std::string_view oTag, const void* pvValue, uint64_t nValue) {
     oDataType = static_cast<unsigned char>(nValue > 0 ? oType : oType != eDTnode ? eDTpempel : eDTnode);
     oTagLen = static_cast<unsigned char>(oTag.size());
@@ -151,8 +153,8 @@ static_assert(sizeof(tHeader) == 2 && alignof(tHeaderD) == 1);
 
 namespace zat {
 
-// A tag that many blobs are compared with. Tags are short: length and tag of a blob are then compared as one word
-// instead of byte by byte.
+// A tag that many blobs are compared with. Tags are short: length and tag of a blob are then compared as one
+// word instead of byte by byte.
 class TagKey {
 public:
   explicit TagKey(std::string_view oTagIn) : oTag(oTagIn) {
@@ -163,7 +165,8 @@ public:
     nMask = ~uint64_t{0} >> 8 * (sizeof nMask - 1 - oTag.size());
   }
 
-  // Whether the blob of nBlob bytes has this tag; nReadable bytes can be read from its begin on, no fewer than nBlob.
+  // Whether the blob of nBlob bytes has this tag; nReadable bytes can be read from its begin on, no fewer
+  // than nBlob.
   bool Matches(const tHeaderD* poBlob, uint64_t nBlob, uint64_t nReadable) const {
     if (nMask == 0 || nReadable <= sizeof nKey) return poBlob->CompareTag(nBlob, oTag) == 0;
     uint64_t word;

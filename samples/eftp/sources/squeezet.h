@@ -1,6 +1,6 @@
-// The parameter store: a tree of tagged, typed values in one buffer, addressed by dotted paths ("TR.AMT"). The
-// buffer and the invariants are drawn in squeezenode.h, the engine under it is squeezem.h, whose general rules hold
-// here too: nothing throws, and nodes move with every write.
+// The parameter store: a tree of tagged, typed values in one buffer, addressed by dotted paths ("TR.AMT").
+// The buffer and the invariants are drawn in squeezenode.h, the engine under it is squeezem.h, whose general
+// rules hold here too: nothing throws, and nodes move with every write.
 #pragma once
 #include "export.h"
 #include "squeezem.h"
@@ -31,48 +31,49 @@ public:
   }
   ~basic_squeezet() override { zat::CounterGive(oSelf.pulGlobal); }
 
-  // --- by identifier -------------------------------------------------------------------------------------------
+  // --- by identifier ---------------------------------------------------------------------------------------
   // Every write to a store makes all its identifiers stale. A stale one, a null one and one of another store are
   // answered with eDTnull.
 
-  // The node with this path, searched from the node oStart and its right siblings on; from the top when oStart
-  // does not name a node (any more). An identifier of no node when there is none or the path is not one.
+  // The node with this path, searched from the node oStart and its right siblings on; from the top when
+  // oStart does not name a node (any more). An identifier of no node when there is none or the path is not
+  // one.
   SSqueeze Find(const tString& oPath, SSqueeze oStart = SSqueeze());
 
-  // The type of a node; its value and its tag, each when asked for. Values are given back as bytes, whatever the
-  // type. The strings are changed only when the result is not negative.
+  // The type of a node; its value and its tag, each when asked for. Values are given back as bytes, whatever
+  // the type. With a negative result the strings say nothing.
   tDataType GetData(SSqueeze oId, tString* poValue = nullptr, tString* poTag = nullptr) {
     return GetDataEx(Redeem(oId), poValue, poTag);
   }
 
-  // The number in a node: eDTlong when there is one. A short or damaged number is eDTwrong; any other result is the
-  // node's type. lOut is changed only for eDTlong.
+  // The number in a node: eDTlong when there is one. A short or damaged number is eDTwrong; any other result
+  // is the node's type. lOut is changed only for eDTlong.
   tDataType GetLong(SSqueeze oId, long& lOut);
 
-  // Writes a value at a path, making the nodes above it when they are missing. What was there is deleted first,
-  // with all that was below it, and the value goes into a fresh node; so when there is no room for it, the old
-  // value is gone, and the result is an identifier of no node. No bytes (lLen 0) make an empty value (eDTpempel).
+  // Writes a value at a path, making the nodes above it when they are missing. What was there is deleted
+  // first, with all that was below it, and the value goes into a fresh node; so when there is no room for it,
+  // the old value is gone, and the result is an identifier of no node. No bytes (lLen 0) make an empty value
+  // (eDTpempel).
   SSqueeze PutData(const tString& oPath, const void* pvBytes, size_t lLen);
   SSqueeze PutLong(const tString& oPath, long lValue);
 
-  // --- by node: these leave identifiers as they are, so they belong to whoever writes to the store --------------
+  // --- by node: these leave identifiers as they are, so they belong to whoever writes to the store ---------
 
   tNode* FindEx(const tString& oPath, tNode* poStart, bool fUnlink);
   tDataType GetDataEx(tNode* poNode, tString* poValue, tString* poTag);
 
-  // What PutData does, with the type given; eDTnode with no bytes makes an inner node. Null for a type that cannot be
-  // stored, for a path that is none, that has more than kMaxDeep components or that ends with a dot (the nodes
-  // before the dot are made all the same).
+  // What PutData does, with the type given; eDTnode with no bytes makes an inner node. Null for a type that
+  // cannot be stored, for a path that is none, that has more than kMaxDeep components or that ends with a dot
+  // (the nodes before the dot are made all the same).
   tNode* PutDataEx(const tString& oPath, const void* pvBytes, size_t lLen, tDataType oType);
 
   // Makes a node and links it: below poParent, or right after it when fChild is false; at the top level when
-  // poParent is null. In a chain that is not empty it gets the second place (LinkNode). Does not look for a node
-  // with the same tag. Null when there is no room, poParent is no node, or
-  // the type cannot be stored.
+  // poParent is null. In a chain that is not empty it gets the second place (LinkNode). Does not look for a
+  // node with the same tag. Null when there is no room, poParent is no node, or the type cannot be stored.
   tNode* LinkData(tNode* poParent, const tString& oTag, const void* pvBytes, size_t lLen, tDataType oType,
                   bool fChild);
 
-  // --- for the engine ------------------------------------------------------------------------------------------
+  // --- for the engine --------------------------------------------------------------------------------------
 
   tWalkerCode visit(tNode*, size_type, tNode*) override { return eWCnextwidth; }
   // Final, because searches inside the store compare directly.
@@ -125,8 +126,8 @@ template<class T, class A> std::string_view basic_squeezet<T, A>::Cut(std::strin
   return part;
 }
 
-// The first node with a tag, from node nNumber on to the right; 0 when there is none. *pnPrev becomes its left
-// sibling, if it has one here; *pnLeft counts down the nodes that may still be looked at.
+// The first node with a tag, from node nNumber on to the right; 0 when there is none. *pnPrev becomes its
+// left sibling, if it has one here; *pnLeft counts down the nodes that may still be looked at.
 template<class T, class A>
 auto basic_squeezet<T, A>::Sibling(size_type nNumber, const zat::TagKey& oKey, size_type* pnPrev,
                                    size_type* pnLeft) -> size_type {
@@ -137,8 +138,8 @@ auto basic_squeezet<T, A>::Sibling(size_type nNumber, const zat::TagKey& oKey, s
   return 0;
 }
 
-// What SearcherUni does for a path, but by comparing directly and cutting each component once. A level that begins
-// with a match ends with it; in any other, further nodes with the same tag are gone into as well.
+// What SearcherUni does for a path, but by comparing directly and cutting each component once. A level that
+// begins with a match ends with it; in any other, further nodes with the same tag are gone into as well.
 template<class T, class A>
 auto basic_squeezet<T, A>::FindFrom(size_type nNumber, std::string_view oRest, size_type nDeep,
                                     size_type nPrev, bool fUnlink, size_type* pnLeft) -> tNode* {
@@ -221,9 +222,9 @@ template<class T, class A> void basic_squeezet<T, A>::Remove(size_type* pnParent
   size_type prev = *pnParent, left = this->TableEnd(), first = FirstBelow(*pnParent);
   size_type number = Sibling(first, zat::TagKey(oTag), &prev, &left);
   if (number == 0) return;
-  // The first top-level node is unlinked from record 0 as if that were a node: its second word is First where a node
-  // has its first child, and its first word is Empty where a node has its right sibling. With Empty equal to the
-  // node's number the wrong link would be changed, so there must be no empty record.
+  // The first top-level node is unlinked from record 0 as if that were a node: its second word is First where
+  // a node has its first child, and its first word is Empty where a node has its right sibling. With Empty
+  // equal to the node's number the wrong link would be changed, so there must be no empty record.
   if (*pnParent == 0 && number == first) {
     this->mem_freeempty();
     number = this->prop_GetFirst();
