@@ -75,6 +75,8 @@ void UseEverything(const Store& from, uint64_t nStep) {
       store.PutLong(path, 7);
     }
     if (node) store.SearcherUni(node, "", 1, 0, node, false, false);
+    for (uint64_t n = 0; n < 64; ++n)
+      if (auto* any = store.node_get(n)) store.GetDataEx(any, &text, nullptr);
     if (node) store.prop_PutData(node, text.data(), text.size());
     store.mem_freeempty();
     store.PutData("C", text.data(), text.size());

@@ -151,6 +151,8 @@ TEST(Squeeze, UnlinkAnswersBackwardsWhenItHadToSearch) {
   EXPECT_EQ(store.Unlink(lone, node("P")), lone) << "not there at all";
   auto* b = node("P.b");
   EXPECT_EQ(store.Unlink(b, node("P")), nullptr) << "taken out, and denied";
+  EXPECT_EQ(store.prop_GetRight(b), 0u);
+  EXPECT_FALSE(store.LinkNode(b, b, false));
   EXPECT_EQ(Order(store, store.prop_GetDown(node("P"))), "ac");
   EXPECT_EQ(store.Unlink(node("P.c"), node("P.a")), store.node_get(4)) << "the true predecessor";
 }
@@ -171,7 +173,8 @@ TEST(Squeeze, EmptyRecordsDoNotMisleadTheUnlinkAtTheTop) {
   store.PutData("A", "1", 1);
   store.PutData("B", "2", 1);
   for (int i = 0; i < 2; ++i) store.node_delete(store.node_putdata("\0\1x", 3, false), true);
-  ASSERT_EQ(store.prop_GetEmpty(), 1u); // the number of A, which is first: record 0's first word
+  store.node_delete(store.node_findempty(), true); // it is counted already
+  ASSERT_EQ(store.prop_GetEmpty(), 1u);            // the number of A, which is first: record 0's first word
   store.PutData("A", "3", 1);
   EXPECT_EQ(Get(store, "A") + Get(store, "B"), "1:31:2");
   ExpectSound(store);
@@ -245,6 +248,11 @@ TEST(Squeeze, GrowthRaisesTheStepAndKeepsEverythingWhenRefused) {
     OddMemory::nLimit = ~size_t{0};
     copy = store;
     EXPECT_EQ(Get(copy, "B"), Get(store, "B"));
+    OddMemory::nLimit = 16;
+    copy = store;
+    EXPECT_EQ(Get(copy, "B"), "-3:<unset>") << "empty rather than old";
+    ExpectSound(copy);
+    OddMemory::nLimit = ~size_t{0};
     store.PutData("C", "3", 1);
     ExpectSound(store);
     store = OddStore();
@@ -261,6 +269,20 @@ TEST(Squeeze, BlobsWithoutBytesStayInTheDataArea) {
   store.node_delete(one, true);
   EXPECT_EQ(store.prop_GetDataOfs(none), 1024u);
   EXPECT_TRUE(zat::SqueezeCheck(store.pbBuffer, store.nBuffer, zat::eSCroom));
+}
+
+TEST(Squeeze, BlobsAreCopiedOnlyAtTheirLength) {
+  SqueezeT store;
+  auto* node = store.node_putdata("abc", 3, true);
+  char out[5] = "....";
+  EXPECT_EQ(store.prop_GetData(node, out, 4), 4u);
+  EXPECT_STREQ(out, "....");
+  store.prop_PutData(node, "xy", 2);
+  EXPECT_EQ(store.prop_GetData(node, out, 2), 2u);
+  EXPECT_STREQ(out, "ab..");
+  store.prop_PutData(node, "xyz", 3);
+  EXPECT_EQ(store.prop_GetData(node, out, 3), 3u);
+  EXPECT_STREQ(out, "xyz.");
 }
 
 // A walk without a path visits what visit says, parents before children before siblings.

@@ -22,7 +22,9 @@ public:
     nRecords = std::min(nTable, nSize) / kNodeSize;
   }
 
-  uint64_t Word(uint64_t nRecord, size_t lWord) const { return GetWord(pc + nRecord * kNodeSize, lWord); }
+  uint64_t Word(uint64_t nRecord, size_t lWord) const {
+    return ReformWord(GetWord(pc + nRecord * kNodeSize, lWord));
+  }
   bool Empty(uint64_t n) const { return Word(n, kWordDataLen) == 0 && Word(n, kWordDataOfs) == 0; }
   // Whether a link leads to a node.
   bool Leads(uint64_t n) const { return n != 0 && n < nRecords && !Empty(n); }

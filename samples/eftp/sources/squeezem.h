@@ -166,6 +166,7 @@ public:
 
   // --- properties of the store (record 0) ------------------------------------------------------------------
 
+  // Every word that is read from the buffer or written to it passes through this.
   static constexpr size_type prop_Reform(size_type nWord) { return zat::ReformWord(nWord); }
 
   size_type prop_GetEmpty() const { return Property(zat::kWordEmpty); }
@@ -197,19 +198,19 @@ public:
     return (Address(po) - Address(pbBuffer)) >> zat::kNodeShift;
   }
 
-  size_type prop_GetRight(const tNode* po) const { return zat::GetWord(po, zat::kWordRight); }
-  void prop_PutRight(tNode* po, size_type n) { zat::PutWord(po, zat::kWordRight, n); }
+  size_type prop_GetRight(const tNode* po) const { return Get(po, zat::kWordRight); }
+  void prop_PutRight(tNode* po, size_type n) { Put(po, zat::kWordRight, n); }
   void prop_SubRight(tNode* po, size_type n) { prop_PutRight(po, prop_GetRight(po) - n); }
 
-  size_type prop_GetDown(const tNode* po) const { return zat::GetWord(po, zat::kWordDown); }
-  void prop_PutDown(tNode* po, size_type n) { zat::PutWord(po, zat::kWordDown, n); }
+  size_type prop_GetDown(const tNode* po) const { return Get(po, zat::kWordDown); }
+  void prop_PutDown(tNode* po, size_type n) { Put(po, zat::kWordDown, n); }
   void prop_SubDown(tNode* po, size_type n) { prop_PutDown(po, prop_GetDown(po) - n); }
 
-  size_type prop_GetDataLen(const tNode* po) const { return zat::GetWord(po, zat::kWordDataLen); }
-  void prop_PutDataLen(tNode* po, size_type n) { zat::PutWord(po, zat::kWordDataLen, n); }
+  size_type prop_GetDataLen(const tNode* po) const { return Get(po, zat::kWordDataLen); }
+  void prop_PutDataLen(tNode* po, size_type n) { Put(po, zat::kWordDataLen, n); }
 
-  size_type prop_GetDataOfs(const tNode* po) const { return zat::GetWord(po, zat::kWordDataOfs); }
-  void prop_PutDataOfs(tNode* po, size_type n) { zat::PutWord(po, zat::kWordDataOfs, n); }
+  size_type prop_GetDataOfs(const tNode* po) const { return Get(po, zat::kWordDataOfs); }
+  void prop_PutDataOfs(tNode* po, size_type n) { Put(po, zat::kWordDataOfs, n); }
   void prop_AddDataOfs(tNode* po, size_type n) { prop_PutDataOfs(po, prop_GetDataOfs(po) + n); }
   void prop_SubDataOfs(tNode* po, size_type n) { prop_PutDataOfs(po, prop_GetDataOfs(po) - n); }
 
@@ -255,12 +256,16 @@ protected:
 
 private:
   static uintptr_t Address(const void* pv) { return reinterpret_cast<uintptr_t>(pv); }
-  static bool IsEmpty(const tNode* po) {
-    return zat::GetWord(po, zat::kWordDataLen) == 0 && zat::GetWord(po, zat::kWordDataOfs) == 0;
+  static size_type Get(const void* pvRecord, size_t lWord) {
+    return prop_Reform(zat::GetWord(pvRecord, lWord));
   }
-  size_type Property(size_t lWord) const { return pbBuffer ? zat::GetWord(pbBuffer, lWord) : 0; }
+  static void Put(void* pvRecord, size_t lWord, size_type n) {
+    zat::PutWord(pvRecord, lWord, prop_Reform(n));
+  }
+  bool IsEmpty(const tNode* po) const { return prop_GetDataLen(po) == 0 && prop_GetDataOfs(po) == 0; }
+  size_type Property(size_t lWord) const { return pbBuffer ? Get(pbBuffer, lWord) : 0; }
   void SetProperty(size_t lWord, size_type n) {
-    if (pbBuffer) zat::PutWord(pbBuffer, lWord, n);
+    if (pbBuffer) Put(pbBuffer, lWord, n);
   }
   tNode* Record0() { return reinterpret_cast<tNode*>(pbBuffer); }
   struct tWalk {

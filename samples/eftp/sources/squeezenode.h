@@ -75,18 +75,17 @@ static_assert(uint64_t{1} << kNodeShift == kNodeSize);
 constexpr size_t kWordEmpty = 0, kWordFirst = 8, kWordNodsLen = 16, kWordDataLst = 24;
 constexpr size_t kWordRight = 0, kWordDown = 8, kWordDataLen = 16, kWordDataOfs = 24;
 
-// The one place where the representation of a stored word would be converted.
+// The one place where the representation of a stored word would be converted, in both directions.
 constexpr uint64_t ReformWord(uint64_t nWord) { return nWord; }
 
-// A word of the buffer. Copied byte by byte, because a buffer of the caller's need not be aligned.
+// A word of the buffer as it is stored. Copied byte by byte, because a buffer need not be aligned.
 inline uint64_t GetWord(const void* pvRecord, size_t lWord) {
   uint64_t word;
   memcpy(&word, static_cast<const char*>(pvRecord) + lWord, sizeof word);
-  return ReformWord(word);
+  return word;
 }
-inline void PutWord(void* pvRecord, size_t lWord, uint64_t nValue) {
-  uint64_t word = ReformWord(nValue);
-  memcpy(static_cast<char*>(pvRecord) + lWord, &word, sizeof word);
+inline void PutWord(void* pvRecord, size_t lWord, uint64_t nWord) {
+  memcpy(static_cast<char*>(pvRecord) + lWord, &nWord, sizeof nWord);
 }
 
 } // namespace zat
