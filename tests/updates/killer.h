@@ -13,22 +13,17 @@
 #include <unistd.h>
 #include <vector>
 
-// Whether a system call leaves a trace in the file system.
-inline bool ChangesFiles(uint64_t number) {
+// Whether a stopped process is about to make a system call that leaves a trace in the file system.
+inline bool EntersChange(pid_t pid) {
   static const std::set<uint64_t> kCalls = {
 #ifdef SYS_rename // older architectures have these besides the ...at forms
       SYS_rename,   SYS_link,      SYS_unlink,   SYS_mkdir,   SYS_rmdir, SYS_symlink,
 #endif
       SYS_renameat, SYS_renameat2, SYS_unlinkat, SYS_mkdirat, SYS_fsync, SYS_write,
       SYS_linkat,   SYS_symlinkat};
-  return kCalls.count(number) != 0;
-}
-
-// Whether a stopped process is about to make such a call.
-inline bool EntersChange(pid_t pid) {
   __ptrace_syscall_info info = {};
   return ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info) > 0 &&
-         info.op == PTRACE_SYSCALL_INFO_ENTRY && ChangesFiles(info.entry.nr);
+         info.op == PTRACE_SYSCALL_INFO_ENTRY && kCalls.count(info.entry.nr);
 }
 
 // Runs argv and, before the call number killAt (from 1) is made by it or by anything it has started, kills all of them,

@@ -13,7 +13,7 @@ inline const std::string kUpdater = std::string(ZAT_INSTALLATION) + "/BIN/zat_mu
 
 // The exit code of a shell command line; -1 when it was killed. Its complaints are not wanted here.
 inline int Exit(const std::string& line) {
-  const int status = std::system(("{ " + line + "; } 2>/dev/null").c_str());
+  const int status = std::system(("(" + line + ") 2>/dev/null").c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
