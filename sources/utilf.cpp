@@ -133,13 +133,11 @@ enum class Whose { nobodys, ours, parents };
 // file's other globals live.
 class LockTable {
 public:
-  // Whose lock a file is, and the descriptor that holds it.
-  Whose Find(FileId id, int* fd = nullptr) {
+  // Whether this very process holds the lock on a file.
+  bool Ours(FileId id) {
     std::lock_guard guard(oMutex);
-    Entry* entry = Look(id);
-    if (!entry) return Whose::nobodys;
-    if (fd) *fd = entry->fd;
-    return entry->owner == getpid() ? Whose::ours : Whose::parents;
+    const Entry* entry = Look(id);
+    return entry && entry->owner == getpid();
   }
 
   // Notes a lock as this process's. False when the table is full.
@@ -150,9 +148,15 @@ public:
     return entry;
   }
 
-  void Forget(FileId id) {
+  // Takes the lock on a file out: whose it was, and the descriptor that holds it.
+  Whose Remove(FileId id, int* fd) {
     std::lock_guard guard(oMutex);
-    if (Entry* entry = Look(id)) *entry = {};
+    Entry* entry = Look(id);
+    if (!entry) return Whose::nobodys;
+    Whose whose = entry->owner == getpid() ? Whose::ours : Whose::parents;
+    *fd = entry->fd;
+    *entry = {};
+    return whose;
   }
 
   // Gives up the locks whose file somebody else has removed: they exclude nobody, and no path leads to them any more.
@@ -231,7 +235,7 @@ bool StillThere(FileId id, const char* name) {
 
 // Locks the open file: 0; 1 with EWOULDBLOCK when this process has it already.
 int Lock(int fd, FileId id, bool wait) {
-  if (oLocks.Find(id) != Whose::ours) return TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)));
+  if (!oLocks.Ours(id)) return TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)));
   errno = EWOULDBLOCK;
   return 1;
 }
@@ -272,11 +276,8 @@ int tryflock(const char* pccName, bool fInherit) { return Take(pccName, false, f
 int remflock(const char* pccName) {
   struct stat info = {};
   int fd = -1;
-  Whose whose = lstat(Given(pccName), &info) == 0 ? oLocks.Find(IdOf(info), &fd) : Whose::nobodys;
-  if (whose == Whose::nobodys)
-    oLocks.Sweep();
-  else
-    oLocks.Forget(IdOf(info));
+  Whose whose = lstat(Given(pccName), &info) == 0 ? oLocks.Remove(IdOf(info), &fd) : Whose::nobodys;
+  if (whose == Whose::nobodys) oLocks.Sweep(); // the file of a lock of ours may have been replaced
   if (whose == Whose::parents) {
     Close(fd); // only our copy: unlocking would unlock the parent
     return 0;
