@@ -7,6 +7,8 @@
 #include <sstream>
 
 #include <CLI/CLI.hpp>
+#include <termios.h>
+#include <unistd.h>
 
 #include "amount.h"
 #include "charset.h"
@@ -75,8 +77,21 @@ tString CheckAmount(const tString& text, uint64_t& kopecks) {
   return "";
 }
 
+// A line of the standard input. A card reader types like a keyboard: what it types must not stay on the screen.
+tString HiddenLine() {
+  termios before = {};
+  bool terminal = tcgetattr(STDIN_FILENO, &before) == 0;
+  termios hidden = before;
+  hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  if (terminal) tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+  tString line;
+  std::getline(std::cin, line);
+  if (terminal) tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+  return line;
+}
+
 tString CheckTrack2(tString& track) {
-  if (track == kFromInput) std::getline(std::cin, track);
+  if (track == kFromInput) track = HiddenLine();
   track.erase(track.find_last_not_of("\r\n") + 1);
   return ShrinkTrack2(track) == 0 && track.size() <= kTrack2Width ? "" : Say(Text::BadTrack2);
 }
