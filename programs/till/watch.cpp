@@ -63,7 +63,7 @@ void Watch::Run() {
     uint64_t events = 0;
     if (read(iEvents, &events, sizeof events) == sizeof events)
       for (uint64_t i = 0; i < events % kWake; ++i) procPress(++count);
-    procTick();
+    if (!fStop) procTick();
   }
 }
 

@@ -71,7 +71,7 @@ TEST(Command, RequestOnTheWire) {
       {{"raw", "37", "Да"}, std::string("37000000000102") + "Да"_1251},
   };
   for (const auto& c : cases) {
-    Till till("bad\n");
+    ScriptedTill till("bad\n");
     Ran ran = till.Run(c.oWords);
     EXPECT_EQ(till.Record(), "create (null)\nrequest " + c.oRequest + "\ndestroy\n") << ran.oErr;
   }
@@ -98,7 +98,7 @@ TEST(Command, WrongArguments) {
                {{"raw", "10", "日本"}, "Windows-1251"},
                {{"login", "--wait", "soon"}, "soon"}};
   for (const auto& c : cases) {
-    Till till("");
+    ScriptedTill till("");
     Ran ran = till.Run(c.oWords);
     EXPECT_EQ(ran.iExit, 2) << c.pccSays;
     EXPECT_THAT(ran.oErr, HasSubstr(c.pccSays));
@@ -117,14 +117,14 @@ TEST(Command, CardNeverShown) {
                                             {"void", card},
                                             {"sale", "5", "--tid", card}};
   for (const auto& words : tries) {
-    Ran ran = Till("").Run(words);
+    Ran ran = ScriptedTill("").Run(words);
     EXPECT_EQ(ran.iExit, 2);
     EXPECT_THAT(ran.oErr, Not(HasSubstr("4000001234")));
   }
 }
 
 TEST(Command, Track2FromInputAndConfiguration) {
-  Till till("bad\n");
+  ScriptedTill till("bad\n");
   till.Run({"sale", "1", "--track2", "-", "--config", "/etc/x y.cfg"}, "4000001234567899=2512101\r\n");
   EXPECT_THAT(till.Record(),
               testing::StartsWith(
@@ -133,7 +133,7 @@ TEST(Command, Track2FromInputAndConfiguration) {
 
 TEST(Command, HelpInBothLanguages) {
   for (auto [locale, word] : {std::pair{"C.UTF-8", "Exit codes:"}, {"ru_RU.UTF-8", "Коды завершения:"}}) {
-    Till till("");
+    ScriptedTill till("");
     till.oEnvironment["LC_ALL"] = locale;
     Ran ran = till.Run({"--help"});
     EXPECT_EQ(ran.iExit, 0);
@@ -150,7 +150,7 @@ TEST(Library, WhatCannotBeLoaded) {
                {"/etc/passwd", "cannot be loaded"},
                {ZAT_FAKES "/libforeign_ms.so", "eftp_create"}};
   for (const auto& c : cases) {
-    Till till("");
+    ScriptedTill till("");
     till.oLib = c.oLib;
     Ran ran = till.Run({"login"});
     EXPECT_EQ(ran.iExit, 4);
@@ -159,7 +159,7 @@ TEST(Library, WhatCannotBeLoaded) {
 }
 
 TEST(Library, NoSession) {
-  Till till("");
+  ScriptedTill till("");
   till.oEnvironment["FAKE_NO_SESSION"] = "1";
   Ran ran = till.Run({"login"});
   EXPECT_EQ(ran.iExit, 4);
@@ -168,7 +168,7 @@ TEST(Library, NoSession) {
 
 // Without a module nothing can have been sent; with one a lost link says nothing about the money.
 TEST(Library, ModuleMissing) {
-  Till till("stop XL lost\n");
+  ScriptedTill till("stop XL lost\n");
   std::filesystem::remove(till.oScratch / "zat_mm");
   Ran ran = till.Run({"sale", "1"});
   EXPECT_EQ(ran.iExit, 4);

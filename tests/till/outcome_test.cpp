@@ -31,7 +31,7 @@ class OutcomeTest : public testing::TestWithParam<Case> {};
 
 TEST_P(OutcomeTest, ExitCodeAndWords) {
   const Case& c = GetParam();
-  Till till(c.oScript);
+  ScriptedTill till(c.oScript);
   Ran ran = till.Run(c.oWords);
   EXPECT_EQ(ran.iExit, c.iExit) << ran.oOut << ran.oErr;
   EXPECT_THAT(ran.oOut, HasSubstr(c.pccSays));
@@ -88,8 +88,8 @@ INSTANTIATE_TEST_SUITE_P(
              "approved 500.00, the till asked for 1250.00"}));
 
 TEST(Receipt, LinesAsTheyCome) {
-  Till till(std::string("block 32 0") + "ЧЕК №1\t"_1251 + "\nblock 32 1\x1B[2J\x98\nblock 32 0second slip\n" +
-            kOk + "good\n");
+  ScriptedTill till(std::string("block 32 0") + "ЧЕК №1\t"_1251 +
+                    "\nblock 32 1\x1B[2J\x98\nblock 32 0second slip\n" + kOk + "good\n");
   Ran ran = till.Run({"sale", "1250"});
   EXPECT_THAT(ran.oOut, testing::StartsWith("ЧЕК №1 \n?[2J\xEF\xBF\xBD\n\nsecond slip\n\nAPPROVED\n"));
   EXPECT_THAT(ran.oOut, HasSubstr("************7899"));
@@ -105,7 +105,7 @@ TEST(Receipt, InTheTerminalsCodePage) {
                {"ru_RU.ISO-8859-1", "???\n", "APPROVED"}, // nothing Russian can be shown
                {"C", "???\n", "APPROVED"}};
   for (const auto& c : cases) {
-    Till till(script);
+    ScriptedTill till(script);
     till.oEnvironment["LC_ALL"] = c.pccLocale;
     Ran ran = till.Run({"sale", "1250"});
     EXPECT_THAT(ran.oOut, testing::StartsWith(c.pccLine)) << c.pccLocale;
@@ -114,7 +114,7 @@ TEST(Receipt, InTheTerminalsCodePage) {
 }
 
 TEST(Json, OneObject) {
-  Till till("block 52 \nblock 32 0one\nblock 32 1two\nblock 32 0three\n" + kOk + "good\n");
+  ScriptedTill till("block 52 \nblock 32 0one\nblock 32 1two\nblock 32 0three\n" + kOk + "good\n");
   Ran ran = till.Run({"--json", "sale", "1250.00", "--tid", "7"});
   nlohmann::json object = nlohmann::json::parse(ran.oOut);
   EXPECT_EQ(object["outcome"], "approved");
@@ -136,7 +136,7 @@ TEST(Json, EveryWayOut) {
                {{"sail", "1", "--json"}, "", "usage", ""},
                {{"login", "--json"}, "/nowhere/x.so", "refused", "noLibrary"}};
   for (const auto& c : cases) {
-    Till till("");
+    ScriptedTill till("");
     till.oLib = c.pccLib;
     Ran ran = till.Run(c.oWords);
     nlohmann::json object = nlohmann::json::parse(ran.oOut);

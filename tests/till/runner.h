@@ -1,4 +1,4 @@
-// Runs zat_till as a user does, with the library that plays a script.
+// Runs zat_till as a user does: with a library that plays a script, or in an installation with the real one.
 #pragma once
 #include <cerrno>
 #include <csignal>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,18 +22,6 @@ struct Ran {
 
 class Till {
 public:
-  explicit Till(const std::string& script) {
-    oEnvironment = {{"FAKE_SCRIPT", oScratch.Put("script", script)},
-                    {"FAKE_RECORD", oScratch / "record"},
-                    {"LC_ALL", "C.UTF-8"},
-                    {"TERM", "xterm"}};
-    // The module that the till looks for beside the library; never started here.
-    std::filesystem::copy(ZAT_FAKES "/libfake_ms.so", oScratch / "libfake_ms.so");
-    oScratch.Put("zat_mm", "");
-    std::filesystem::permissions(oScratch / "zat_mm", std::filesystem::perms::owner_all);
-    oLib = oScratch / "libfake_ms.so";
-  }
-
   // Starts the program; with a terminal its standard output and error are that.
   void Start(std::vector<std::string> words, bool terminal = false, const std::string& input = "") {
     oScratch.Put("input", input);
@@ -60,7 +49,12 @@ public:
   Ran Finish() {
     Ran ran;
     bool terminal = iTerminal >= 0;
-    if (terminal) ran.oOut = ReadTerminal();
+    if (terminal) {
+      while (ReadTerminal()) {}
+      ran.oOut = oShown;
+      close(iTerminal);
+      iTerminal = -1;
+    }
     int status = 0;
     while (waitpid(iChild, &status, 0) < 0 && errno == EINTR) {}
     ran.iExit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -80,13 +74,21 @@ public:
     return false;
   }
 
+  // Waits until the terminal shows a text.
+  bool WaitForScreen(const std::string& text) {
+    while (oShown.find(text) == oShown.npos)
+      if (!ReadTerminal()) return false;
+    return true;
+  }
+
+  void Type(char key) const { ASSERT_EQ(write(iTerminal, &key, 1), 1); }
   void Interrupt() const { kill(iChild, SIGINT); }
   std::string Record() const { return oScratch.Get("record"); }
 
   Scratch oScratch;
   std::string oLib;
   bool fReaderGone = false; // the standard output is a pipe that nobody reads
-  std::map<std::string, std::string> oEnvironment;
+  std::map<std::string, std::string> oEnvironment = {{"LC_ALL", "C.UTF-8"}, {"TERM", "xterm"}};
 
 private:
   void Redirect(int to, const char* name, int flags) {
@@ -95,16 +97,39 @@ private:
     close(fd);
   }
 
-  std::string ReadTerminal() {
-    std::string all;
+  bool ReadTerminal() {
     char piece[512];
-    for (ssize_t got; (got = read(iTerminal, piece, sizeof piece)) > 0;)
-      all.append(piece, static_cast<size_t>(got));
-    close(iTerminal);
-    iTerminal = -1;
-    return all;
+    ssize_t got = read(iTerminal, piece, sizeof piece);
+    if (got > 0) oShown.append(piece, static_cast<size_t>(got));
+    return got > 0;
   }
 
   pid_t iChild = -1;
   int iTerminal = -1;
+  std::string oShown; // by the terminal so far
+};
+
+class ScriptedTill : public Till {
+public:
+  explicit ScriptedTill(const std::string& script) {
+    oEnvironment["FAKE_SCRIPT"] = oScratch.Put("script", script);
+    oEnvironment["FAKE_RECORD"] = oScratch / "record";
+    oLib = oScratch / "libfake_ms.so";
+    std::filesystem::copy(ZAT_FAKES "/libfake_ms.so", oLib);
+    // The module that the till looks for beside the library; never started here.
+    oScratch.Put("zat_mm", "");
+    std::filesystem::permissions(oScratch / "zat_mm", std::filesystem::perms::owner_all);
+  }
+};
+
+// An installation of its own, with the object and the simulated terminal.
+class InstalledTill : public Till {
+public:
+  InstalledTill() {
+    oLib = oScratch / "BIN/libzat_ms.so";
+    std::filesystem::create_directory(oScratch / "BIN");
+    for (const char* file : {"BIN/libzat_ms.so", "BIN/zat_mm"})
+      std::filesystem::copy(std::string(ZAT_INSTALLATION "/") + file, oScratch / file);
+    oScratch.Put("micromgl.cfg", "[TILL]\nBREAK=1\n");
+  }
 };
