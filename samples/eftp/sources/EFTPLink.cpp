@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <new>
 #include <poll.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -53,8 +55,8 @@ bool Link::Open(const tLinkPlace& oPlace, tTicks iMsWait, tString& oWhy) {
     if (iFd >= 0) poFormer = std::move(former);
   } else {
     iFd = ConnectTcp(oPlace, iMsWait, oWhy);
-    fSocket = true;
   }
+  fSocket = oPlace.oKind == tLinkPlace::eTcp;
   fGone = false;
   return iFd >= 0;
 }
@@ -66,6 +68,8 @@ bool Link::Adopt(int iFdNew, tString& oWhy) {
     return false;
   }
   Close();
+  if (!socket)
+    fcntl(iFdNew, F_SETFL, fcntl(iFdNew, F_GETFL) | O_NONBLOCK); // a held-up line must not hold us up
   iFd = iFdNew;
   fSocket = socket;
   fGone = false;
@@ -192,15 +196,20 @@ void Link::DropInput() {
 // ---- log ----------------------------------------------------------------------------------------------------
 
 void Link::LogTo(procLinkLog_t procLogNew, void* pvUser) {
+  WipeText(oLogIn);
   procLog = procLogNew;
   pvLogUser = pvUser;
-  WipeText(oLogIn);
+  try {
+    if (procLog) oLogIn.reserve(kLogLine + sizeof mbIn); // a text that grows leaves copies behind
+  } catch (const std::bad_alloc&) { procLog = nullptr; }
 }
 
 void Link::Log(const char* pccMark, const tString& oBytes) {
   if (!procLog || oBytes.empty()) return;
-  const tString line = pccMark + LinkLogBytes(oBytes, oFrameBeg, oFrameEnd);
-  procLog(pvLogUser, line.data(), line.length());
+  try {
+    const tString line = pccMark + LinkLogBytes(oBytes, oFrameBeg, oFrameEnd);
+    procLog(pvLogUser, line.data(), line.length());
+  } catch (const std::bad_alloc&) {}
 }
 
 void Link::LogInput() {
@@ -250,8 +259,10 @@ struct LinkCalls {
   static void LogSent(Link* link, const unsigned char* pb, tLen lLen) {
     link->LogInput();
     if (!link->procLog) return;
-    WipedText sent(pb, lLen);
-    link->Log(">", sent.oText);
+    try {
+      WipedText sent(pb, lLen);
+      link->Log(">", sent.oText);
+    } catch (const std::bad_alloc&) {}
   }
 
   static tLen Send(PortCmds_tag* poCmds, const void* pcv, tLen lLen, int iExtra) {

@@ -1,6 +1,6 @@
 // The byte link of a framed command port (PortSEtx.h) over a descriptor: a serial line or a TCP connection.
-// Ticks are milliseconds here. One thread at a time uses a link. A link whose port is
-// gone can only be closed or set up anew.
+// Ticks are milliseconds here. One thread at a time uses a link. A link whose port is gone can only be closed or set
+// up anew. Opening may throw std::bad_alloc; nothing else here throws.
 //
 // Client:
 //
@@ -58,8 +58,9 @@ public:
   // first. False with the reason in oWhy; a serial device that does not take the settings is a failure.
   bool Open(const tLinkPlace& oPlace, tTicks iMsWait, tString& oWhy);
 
-  // Takes over a connected stream socket or a terminal device as it is set; the link closes it. False with the
-  // reason in oWhy, the descriptor untouched, for anything else: writing into a pipe could raise SIGPIPE.
+  // Takes over a connected stream socket, or a terminal device with the settings that it has (it becomes
+  // non-blocking); the link closes it. False with the reason in oWhy, the descriptor untouched, for anything else:
+  // writing into a pipe could raise SIGPIPE.
   bool Adopt(int iFd, tString& oWhy);
 
   // Gives a serial line its former settings back, closes, drops what was not read. A closed link is silent.
@@ -71,7 +72,8 @@ public:
   // Waits until a byte can be read, for at most iMs milliseconds; false also, at once, when the other side is gone.
   bool WaitIn(tTicks iMs);
 
-  // Sends the log somewhere; null ends it. Card data never reach it in clear.
+  // Sends the log somewhere; null ends it. Card data never reach it in clear. What there is no memory for is left
+  // out of it.
   void LogTo(procLinkLog_t procLog, void* pvUser);
 
   // The descriptor, for waiting on several at once; -1 when closed. Bytes already taken in do not show there:

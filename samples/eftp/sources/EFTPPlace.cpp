@@ -10,7 +10,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/ioctl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -20,8 +20,6 @@ namespace zat {
 namespace {
 
 // ---- the text of a place ----
-
-bool StartsWith(const tString& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
 bool TcpFromText(const tString& text, tLinkPlace& place, tString& why) {
   const size_t colon = text.rfind(':');
@@ -193,8 +191,8 @@ int ConnectOne(int fd, const addrinfo& address, tTicks msWait) {
 
 bool LinkPlaceFromText(const tString& oText, tLinkPlace& oPlace, tString& oWhy) {
   oPlace = tLinkPlace();
-  if (StartsWith(oText, "tcp:")) return TcpFromText(oText.substr(4), oPlace, oWhy);
-  if (StartsWith(oText, "serial:")) return SerialFromText(oText.substr(7), oPlace, oWhy);
+  if (oText.starts_with("tcp:")) return TcpFromText(oText.substr(4), oPlace, oWhy);
+  if (oText.starts_with("serial:")) return SerialFromText(oText.substr(7), oPlace, oWhy);
   oWhy = "'" + oText + "': tcp:HOST:PORT or serial:DEVICE is wanted";
   return false;
 }
@@ -204,7 +202,8 @@ int OpenSerial(const tLinkPlace& oPlace, termios& oFormer, tString& oWhy) {
   const int fd = AboveStandard(open(oPlace.oDevice.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (fd < 0) return Fail(fd, oWhy, what);
   if (tcgetattr(fd, &oFormer) != 0) return Fail(fd, oWhy, what + " as a serial line");
-  if (ioctl(fd, TIOCEXCL) != 0) return Fail(fd, oWhy, what + " for this process alone");
+  // Not TIOCEXCL: on a pseudo-terminal that outlives a killed process, and the line would stay closed to others.
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return Fail(fd, oWhy, what + " for this process alone");
   termios line = oFormer;
   Settings(oPlace, line);
   if (tcsetattr(fd, TCSANOW, &line) != 0) return Fail(fd, oWhy, what + " with these settings");

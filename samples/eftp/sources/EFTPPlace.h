@@ -26,7 +26,7 @@ struct tLinkPlace {
 // for anything else, with the reason in oWhy.
 ZAT_API bool LinkPlaceFromText(const tString& oText, tLinkPlace& oPlace, tString& oWhy);
 
-// Opens the serial device with the place's settings and nobody else on it. oFormer receives the settings that it
+// Opens the serial device with the place's settings, locked (flock) against other links. oFormer receives the settings that it
 // had. A device that takes the settings only in part is refused: what it would send is not what was asked for.
 int OpenSerial(const tLinkPlace& oPlace, termios& oFormer, tString& oWhy);
 

@@ -8,7 +8,9 @@
 #include "logmask.h"
 #include "ssqueeze.h"
 #include "util.h"
+#include <cstdio>
 #include <cstring>
+#include <new>
 
 using namespace zat;
 
@@ -18,11 +20,20 @@ constexpr char kEsc = 0x1B;          // closes a variable field; alone it stands
 constexpr int32_t kTextLenMax = 254; // longest data whose length is written as text
 constexpr tTicks kBudget = 15000;    // ticks for a reply, over all attempts
 
+// Running out of memory is a failure like another: the work's "nothing", not an exception in somebody's process.
+template<class Work> auto OrNothing(Work oWork) noexcept -> decltype(oWork()) {
+  try {
+    return oWork();
+  } catch (const std::bad_alloc&) { return {}; }
+}
+
 } // namespace
 
 // ---- header -------------------------------------------------------------------------------------------------
 
-uint64_t EFTPMakeHeader(tString& oMsg, tEFTPWorkId oWId, const tString* poId, const tString* poData) {
+namespace {
+
+void AddHeader(tString& oMsg, tEFTPWorkId oWId, const tString* poId, const tString* poData) {
   oMsg += static_cast<char>(oWId >> 8);
   oMsg += static_cast<char>(oWId);
   if (poId && !poId->empty())
@@ -41,6 +52,15 @@ uint64_t EFTPMakeHeader(tString& oMsg, tEFTPWorkId oWId, const tString* poId, co
   }
   oMsg += field;
   if (len != 0) oMsg += *poData;
+}
+
+} // namespace
+
+uint64_t EFTPMakeHeader(tString& oMsg, tEFTPWorkId oWId, const tString* poId, const tString* poData) {
+  const size_t before = oMsg.length();
+  try {
+    AddHeader(oMsg, oWId, poId, poData);
+  } catch (const std::bad_alloc&) { oMsg.resize(before); }
   return oMsg.length();
 }
 
@@ -62,34 +82,34 @@ struct tWiped : tString {
 };
 constexpr size_t kValueRoom = 128; // the longest value of a usual message
 
+// Reads a value as text. A number that is read as one is written in digits from then on (*piMode).
+int ReadValue(SqueezeT* poST, const char* pccTag, int* piMode, tString& oValue) {
+  oValue.clear();
+  const SSqueeze id = poST->Find(pccTag);
+  if (!(*piMode & eEFTPppMlng)) return poST->GetData(id, &oValue);
+  long number = 0;
+  const int found = poST->GetLong(id, number);
+  if (found != eDTlong) return found;
+  *piMode |= eEFTPppMdig;
+  return SSqueeze::fmtLongToString(number, oValue, 0, SSqueeze::eFdecajl, ' ') != 0 ? found : eDTwrong;
+}
+
+bool WriteValue(tString& oStr, const tString& oValue, size_t lWidth, int iMode) {
+  const bool digits = iMode & eEFTPppMdig;
+  if (lWidth == 0 || (iMode & eEFTPppMvar))
+    oStr += oValue;
+  else if (AppendStrPad(oStr, oValue.c_str(), lWidth, digits ? '0' : ' ', !digits) == 0)
+    return false;
+  if (iMode & eEFTPppMvar) oStr += kEsc;
+  return true;
+}
+
 // One parameter; oValue is scratch, so that a whole message needs no string of its own for each field.
 bool AddP(tPadsData* poPD, tString& oStr, const char* pccTag, size_t lWidth, int iMode, tString& oValue) {
   GSLog(100, "[MicroM] try EFTPAddP: %s", pccTag);
-  oValue.clear();
-  const SSqueeze id = poPD->poSTin->Find(pccTag);
-  int found;
-  if (iMode & eEFTPppMlng) {
-    long number = 0;
-    found = poPD->poSTin->GetLong(id, number);
-    if (found == eDTlong) {
-      if (SSqueeze::fmtLongToString(number, oValue, 0, SSqueeze::eFdecajl, ' ') == 0) found = eDTwrong;
-      iMode |= eEFTPppMdig;
-    }
-  } else {
-    found = poPD->poSTin->GetData(id, &oValue);
-  }
-
-  switch (found) {
+  switch (ReadValue(poPD->poSTin, pccTag, &iMode, oValue)) {
   case eDTpdata:
-  case eDTlong: {
-    const bool digits = iMode & eEFTPppMdig;
-    if (lWidth == 0 || (iMode & eEFTPppMvar))
-      oStr += oValue;
-    else if (AppendStrPad(oStr, oValue.c_str(), lWidth, digits ? '0' : ' ', !digits) == 0)
-      return false;
-    if (iMode & eEFTPppMvar) oStr += kEsc;
-    return true;
-  }
+  case eDTlong: return WriteValue(oStr, oValue, lWidth, iMode);
   case eDTnull:
   case eDTpempel:
     if (iMode & eEFTPppMopta) return true;
@@ -130,15 +150,7 @@ void AddSequence(PortSEtx_tag* poSelf, tString& oMsg, tSEtxCmdId oPPCI) {
   if (pb) oMsg += reinterpret_cast<const char*>(pb);
 }
 
-} // namespace
-
-bool EFTPAddP(tPadsData* poPD, tString* poStr, const char* oAbis, size_t oAbisL, tEFTPppMode oMode) {
-  tWiped value(kValueRoom);
-  return AddP(poPD, *poStr, oAbis, oAbisL, oMode, value);
-}
-
-bool EFTPMakeData(tPadsData* poPD, tString& oData) {
-  oData.clear();
+bool MakeData(tPadsData* poPD, tString& oData) {
   const tEFTPRow* row = EFTPRowOf(poPD->oPWI);
   if (!row || !poPD->poSTin) return false;
   tWiped value(kValueRoom);
@@ -147,9 +159,7 @@ bool EFTPMakeData(tPadsData* poPD, tString& oData) {
   return true;
 }
 
-tLen EFTPMakeCmd(PortSEtx_tag* poSelf, void* poPPWCD) {
-  tPadsData* pads = static_cast<tPadsData*>(poPPWCD);
-  if (!pads || !pads->poSTin) return 0;
+tLen MakeCmd(PortSEtx_tag* poSelf, tPadsData* pads) {
   tWiped msg(kCmdMax + kCmdSlack), data(kCmdMax);
   tString tid;
   if (poSelf->lCmdBeg != 0) AddSequence(poSelf, msg, ePCISEstx);
@@ -157,7 +167,7 @@ tLen EFTPMakeCmd(PortSEtx_tag* poSelf, void* poPPWCD) {
     GSLog(100, "[EFTPMakeCmd] abisTMtid is absent");
     return 0;
   }
-  const tEFTPWorkId id = EFTPMakeData(pads, data) ? pads->oPWI : eEFTPwidNone;
+  const tEFTPWorkId id = MakeData(pads, data) ? pads->oPWI : eEFTPwidNone;
   // The room check leaves the header out, as it always has: pbCmd is larger than kCmdMax by that much.
   static_assert(kCmdSlack >= kHeadSize);
   const tLen framing = poSelf->lCmdBeg + poSelf->lCmdEnd + poSelf->lCmdSign;
@@ -174,6 +184,25 @@ tLen EFTPMakeCmd(PortSEtx_tag* poSelf, void* poPPWCD) {
   return 0;
 }
 
+} // namespace
+
+bool EFTPAddP(tPadsData* poPD, tString* poStr, const char* oAbis, size_t oAbisL, tEFTPppMode oMode) {
+  return OrNothing([&] {
+    tWiped value(kValueRoom);
+    return AddP(poPD, *poStr, oAbis, oAbisL, oMode, value);
+  });
+}
+
+bool EFTPMakeData(tPadsData* poPD, tString& oData) {
+  oData.clear();
+  return OrNothing([&] { return MakeData(poPD, oData); });
+}
+
+tLen EFTPMakeCmd(PortSEtx_tag* poSelf, void* poPPWCD) {
+  tPadsData* pads = static_cast<tPadsData*>(poPPWCD);
+  return pads && pads->poSTin ? OrNothing([&] { return MakeCmd(poSelf, pads); }) : 0;
+}
+
 // ---- the frame ----------------------------------------------------------------------------------------------
 
 namespace {
@@ -185,13 +214,11 @@ void WriteLinkLog(PortSEtx_tag* poSelf, const char* pccLine, size_t lLen) {
 
 // "[LRC]{set}3A|00", "[LRC]{cmp}3A|3B", or "{error}" where nothing could be computed.
 void LogLrc(PortSEtx_tag* poSelf, bool fSet, bool fComputed, unsigned char bLrc, unsigned char bReceived) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  tString line = fSet ? "[LRC]{set}" : "[LRC]{cmp}";
-  if (fComputed)
-    line += {kHex[bLrc >> 4], kHex[bLrc & 15], '|', kHex[bReceived >> 4], kHex[bReceived & 15]};
-  else
-    line += "{error}";
-  WriteLinkLog(poSelf, line.data(), line.length());
+  const char* what = fSet ? "[LRC]{set}" : "[LRC]{cmp}";
+  char line[32];
+  const int len = fComputed ? snprintf(line, sizeof line, "%s%02X|%02X", what, bLrc, bReceived)
+                            : snprintf(line, sizeof line, "%s{error}", what);
+  WriteLinkLog(poSelf, line, static_cast<size_t>(len));
 }
 
 bool SetLrc(PortSEtx_tag* poSelf, unsigned char* pbCmd, tLen* plLen, tLen lOfs) {

@@ -24,7 +24,7 @@ constexpr size_t kHeadId = 0, kHeadTid = 2, kHeadLen = 12, kHeadSize = 14; // of
 constexpr size_t kTidSize = kHeadLen - kHeadTid;
 } // namespace zat
 
-// Appends the header and the data to oMsg and returns its length. poId: terminal id, null or empty for unknown;
+// Appends the header and the data to oMsg and returns its length (unchanged when there is no memory). poId: terminal id, null or empty for unknown;
 // an id of more than 10 characters is written in full and shifts what follows. poData: null for none. A data part
 // of exactly 255 bytes goes out as the length field 0x00 0xFF without its bytes: both ends of the wire have always
 // done so, and a reader waits for nothing else.
