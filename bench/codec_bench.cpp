@@ -1,5 +1,5 @@
-// A "60" response built from a store and parsed into one, beside copying its bytes. "allocs" is the number of heap
-// allocations per message, "fields" how many parameters it has.
+// A "60" response built from a store and parsed into one, beside copying its bytes. "allocs" is the number of
+// heap allocations per message, "fields" how many parameters it has.
 #include "EFTPTable.h"
 #include "EFTPWork.h"
 #include "SLogger.h"
@@ -32,7 +32,7 @@ tString Response() {
 
 // Runs a piece of work in the benchmark's loop and counts what it allocates.
 template<class Work> void Measure(benchmark::State& state, size_t bytes, Work work) {
-  if (SLogger::ItIsMe(poGSLog)) poGSLog->close(); // the codec is measured, not the log of an installation around it
+  if (SLogger::ItIsMe(poGSLog)) poGSLog->close(); // not measured: the log of an installation around it
   const size_t before = bench::lAllocations;
   for (auto _ : state) work();
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));

@@ -1,7 +1,7 @@
-// The EFTP link facility of libzat_ms.so for C++ programs: parameter stores, messages by their table, the framed
-// command port with its receivers, and links over serial lines and TCP. A program includes this header and links
-// with the object; compiler and standard library must be those that the object was built with, since texts and
-// stores cross the border.
+// The EFTP link facility of libzat_ms.so for C++ programs: parameter stores, messages by their table, the
+// framed command port with its receivers, and links over serial lines and TCP. A program includes this header
+// and links with the object; compiler and standard library must be those that the object was built with,
+// since texts and stores cross the border.
 //
 //   EFTPLink.h    links, and how both sides of one are used
 //   EFTPWork.h    messages: the header, data parts, the operations of a port

@@ -1,5 +1,6 @@
-// The port's calls into its slots and into the link below, for the files that make up a port. An absent operation
-// stands for silence: nothing sent, nothing received, no time left, so that no wait can last for ever.
+// The port's calls into its slots and into the link below, for the files that make up a port. An absent
+// operation stands for silence: nothing sent, nothing received, no time left, so that no wait can last for
+// ever.
 #pragma once
 #include "PortSEtx.h"
 

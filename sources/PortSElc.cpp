@@ -30,8 +30,8 @@ tLen RecvToEnd(PortSEtx_tag* poSelf, tSEtxCmdId oPPCI, tLen lStart) {
   return count == 0 ? 0 : count + lStart;
 }
 
-// A length field of lField bytes behind lStart bytes of pbCmd, and the data that it announces; the length of all
-// three, 0 when something is missing or does not fit.
+// A length field of lField bytes behind lStart bytes of pbCmd, and the data that it announces; the length of
+// all three, 0 when something is missing or does not fit.
 tLen RecvByLength(PortSEtx_tag* poSelf, tLen lStart, tLen lField, bool fHL) {
   unsigned char* field = poSelf->pbCmd + lStart;
   const tLen head = lStart + lField;

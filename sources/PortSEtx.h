@@ -6,8 +6,8 @@
 //                                                  ACK or NAK -->
 //
 // A side that gives up after its attempts sends EOT. The port is one structure of replaceable operations:
-// PortSEtxInit fills it with the generic ones below, a more specific set-up puts its own into some slots, and the
-// byte link underneath is filled in by a function that the caller hands in (procSELS_t).
+// PortSEtxInit fills it with the generic ones below, a more specific set-up puts its own into some slots, and
+// the byte link underneath is filled in by a function that the caller hands in (procSELS_t).
 //
 // Client: WorkCmd sends a command and sees its reply; each further reply of the same exchange is one WorkAck.
 // Answering side: RecvCmd(port, ePCISEetx, port->ParsCmdOnly, work) takes a command; MakeCmd, SendCmd and
@@ -22,8 +22,8 @@ struct PortSEtx_tag;
 struct PortWork_tag;
 struct PortCmds_tag;
 
-// One control sequence. A zero byte stands behind its last byte, because a command builder takes the start and
-// end sequences as zero-terminated texts.
+// One control sequence. A zero byte stands behind its last byte, because a command builder takes the start
+// and end sequences as zero-terminated texts.
 struct tPortCmd {
   tLen oLen; // bytes, the zero byte not counted
   const unsigned char* poByte;
@@ -58,7 +58,7 @@ typedef uint32_t tSEtxInt;
 extern ZAT_API tPortCmd moSEtxCmdDefs[ePCISEnum];
 extern ZAT_API tPortCmd moEFTPCmdDefs[ePCISEnum];
 
-// ---- the byte link: enumerations and operations of the layer below -----------------------------------------
+// ---- the byte link: enumerations and operations of the layer below ----------------------------------------
 
 enum tFlowDetect : int {
   eFDoff = 0,
@@ -128,28 +128,29 @@ struct PortWork_tag {
 struct PortCmds_tag {
   tPortCmd* poPC; // the command table, ePCISEnum entries
   PortWork_tag* poPortWork;
-  // Sends the bytes, then the control sequence iExtra unless it is -1; returns how many bytes of pcv went out.
+  // Sends the bytes, then the control sequence iExtra unless it is -1; returns how many bytes of pcv went
+  // out.
   tLen (*Send)(PortCmds_tag*, const void* pcv, tLen lLen, int iExtra);
   procLinkFree_t SendStd, SendRecv, SendRecvStd, SendRecvAck, SendRecvAckStd, SendCmdStd, SendCmdAckStd;
-  // Receives up to lLen bytes within the time period, or up to and with the control sequence iEnd unless it is
-  // -1; returns the count received, and sets bit 1 of *puFlags (unless null) when the sequence was found. With no
-  // buffer and no length it waits for the sequence and discards what precedes it.
+  // Receives up to lLen bytes within the time period, or up to and with the control sequence iEnd unless it
+  // is -1; returns the count received, and sets bit 1 of *puFlags (unless null) when the sequence was found.
+  // With no buffer and no length it waits for the sequence and discards what precedes it.
   tLen (*Recv)(PortCmds_tag*, void* pv, tLen lLen, int iEnd, int iReserved, unsigned* puFlags);
   procLinkFree_t RecvStd, RecvMore, RecvMoreStd, GetNumberDec, ItConsist;
 };
 
-// ---- the port -----------------------------------------------------------------------------------------------
+// ---- the port ---------------------------------------------------------------------------------------------
 
-// Link set-up: fills poSelf->oPortWork and poSelf->oPortCmds for the handle; false fails the port's set-up. It
-// may also point pbCmd and pbCmdSave at larger buffers and raise lCmdMax.
+// Link set-up: fills poSelf->oPortWork and poSelf->oPortCmds for the handle; false fails the port's set-up.
+// It may also point pbCmd and pbCmdSave at larger buffers and raise lCmdMax.
 typedef tBool (*procSELS_t)(PortSEtx_tag* poSelf, void* poHandle, tPortCmd* poPC);
 // Judges a received frame of lLen bytes in pbCmd: true answers ACK, false NAK.
 typedef tBool (*procPCO_t)(PortSEtx_tag* poSelf, void* poSEWCD, tLen lLen);
 
 namespace zat {
 constexpr tLen kCmdMax = 2048; // what a frame may occupy (lCmdMax at start)
-// A builder's room check leaves the message header out, so a command may exceed kCmdMax by the header's 14 bytes;
-// 2 more keep the buffers aligned.
+// A builder's room check leaves the message header out, so a command may exceed kCmdMax by the header's 14
+// bytes; 2 more keep the buffers aligned.
 constexpr tLen kCmdSlack = 16;
 } // namespace zat
 
@@ -180,7 +181,8 @@ struct PortSEtx_tag {
   tBool (*WorkAck)(PortSEtx_tag*, void* poSEWCD);
   tLen (*RecvCmd)(PortSEtx_tag*, tSEtxCmdId, procPCO_t, void* poSEWCD);
   tLen (*RecvDat)(PortSEtx_tag*, tSEtxCmdId);
-  // Parses the frame of lLen bytes in pbCmd; the end sequence of the awaited reply goes to *poPPCI unless null.
+  // Parses the frame of lLen bytes in pbCmd; the end sequence of the awaited reply goes to *poPPCI unless
+  // null.
   tBool (*ParsCmd)(PortSEtx_tag*, void* poSEWCD, tLen lLen, tSEtxCmdId* poPPCI);
   tBool (*ParsCmdOnly)(PortSEtx_tag*, void* poSEWCD, tLen);
   tBool (*SomeEot)(PortSEtx_tag*, tBool fSend);
@@ -188,19 +190,20 @@ struct PortSEtx_tag {
   void* pvExtra; // free for the user
 };
 
-// Sets a port up with the generic operations: frames of STX, data, ETX and one XOR byte, ACK and NAK used, three
-// attempts, a time period of 1,000 ticks. poPC null means moSEtxCmdDefs. False for a null port or procSELS, when
-// procSELS fails, or when it claims more room than mbCmd has without buffers of its own. The caller provides a
-// zeroed structure: what procSELS does not fill stays as it was.
+// Sets a port up with the generic operations: frames of STX, data, ETX and one XOR byte, ACK and NAK used,
+// three attempts, a time period of 1,000 ticks. poPC null means moSEtxCmdDefs. False for a null port or
+// procSELS, when procSELS fails, or when it claims more room than mbCmd has without buffers of its own. The
+// caller provides a zeroed structure: what procSELS does not fill stays as it was.
 ZAT_API tBool PortSEtxInit(PortSEtx_tag* poSelf, void* poHandle, tPortCmd* poPC, procSELS_t procSELS);
 
-// The bytes of a control sequence; its length goes to *plLen unless null. An index outside 0 to 9 gives null and
-// leaves *plLen alone.
+// The bytes of a control sequence; its length goes to *plLen unless null. An index outside 0 to 9 gives null
+// and leaves *plLen alone.
 ZAT_API const unsigned char* GetCmd(PortSEtx_tag* poSelf, tSEtxCmdId oPPCI, tLen* plLen);
 
-// The check field: XOR of the bytes from lOfs on. fSet: writes it behind *plLen bytes, which grow by lCmdSign;
-// false when there is nothing to check or no room in lCmdMax. Not fSet: takes it off *plLen, which stays reduced
-// even when the field does not match (false). With lCmdSign 0 always true. lMax is not looked at.
+// The check field: XOR of the bytes from lOfs on. fSet: writes it behind *plLen bytes, which grow by
+// lCmdSign; false when there is nothing to check or no room in lCmdMax. Not fSet: takes it off *plLen, which
+// stays reduced even when the field does not match (false). With lCmdSign 0 always true. lMax is not looked
+// at.
 ZAT_API tBool SecureDat(PortSEtx_tag* poSelf, unsigned char* pbCmd, tLen* plLen, tLen lMax, tBool fSet,
                         tLen lOfs);
 
@@ -208,7 +211,8 @@ ZAT_API tBool SecureDat(PortSEtx_tag* poSelf, unsigned char* pbCmd, tLen* plLen,
 // afterwards both buffers are zero, whatever the result, so that no card data stays in the port.
 ZAT_API tBool WorkCmd(PortSEtx_tag* poSelf, void* poSEWCD);
 
-// Sends the command of lLen bytes in pbCmd until it is acknowledged; after oMaxSend attempts SomeEot and false.
+// Sends the command of lLen bytes in pbCmd until it is acknowledged; after oMaxSend attempts SomeEot and
+// false.
 ZAT_API tBool SendCmd(PortSEtx_tag* poSelf, tLen lLen);
 
 // Adds the check field to the lLen bytes in pbCmd and sends them once; true when something went out.
@@ -217,12 +221,12 @@ ZAT_API tBool SendDat(PortSEtx_tag* poSelf, tLen lLen);
 // Receives the reply to the command just sent and hands it to ParsCmd; true when it was taken.
 ZAT_API tBool WorkAck(PortSEtx_tag* poSelf, void* poSEWCD);
 
-// Receives a frame that ends with oPPCI, has procPCO judge it (null: every frame is good) and answers ACK or NAK;
-// returns its length, or 0 after oMaxRecv attempts or when the answer could not be sent (SomeEot then).
+// Receives a frame that ends with oPPCI, has procPCO judge it (null: every frame is good) and answers ACK or
+// NAK; returns its length, or 0 after oMaxRecv attempts or when the answer could not be sent (SomeEot then).
 ZAT_API tLen RecvCmd(PortSEtx_tag* poSelf, tSEtxCmdId oPPCI, procPCO_t procPCO, void* poSEWCD);
 
-// Receives one frame up to oPPCI, with the start sequence that belongs to it (STX for ETX, SI for SO, none for
-// others); returns its length with the check field, or 0.
+// Receives one frame up to oPPCI, with the start sequence that belongs to it (STX for ETX, SI for SO, none
+// for others); returns its length with the check field, or 0.
 ZAT_API tLen RecvDat(PortSEtx_tag* poSelf, tSEtxCmdId oPPCI);
 
 // ParsCmd without the question for an end sequence: the judge that WorkAck gives to RecvCmd.

@@ -1,5 +1,5 @@
-// The commands of zat_tool. Each adds its sub-command with its arguments; when the user has chosen it, CLI11 calls
-// it back, and it leaves what it found in *piExit.
+// The commands of zat_tool. Each adds its sub-command with its arguments; when the user has chosen it, CLI11
+// calls it back, and it leaves what it found in *piExit.
 #pragma once
 #include <CLI/CLI.hpp>
 

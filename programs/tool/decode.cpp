@@ -22,7 +22,7 @@ struct tOptions {
   bool fJson = false, fUnmasked = false;
 };
 
-// ---- input --------------------------------------------------------------------------------------------------
+// ---- input ------------------------------------------------------------------------------------------------
 
 bool ReadAll(const tOptions& options, tString& bytes) {
   if (options.oFile.empty() && options.oInput != "-") {
@@ -44,8 +44,8 @@ tString WithoutLineEnd(tString bytes) {
   return bytes;
 }
 
-// Takes the bytes as text: as they are, without a line end, with the escapes of a typed argument; the first way
-// without a fault.
+// Takes the bytes as text: as they are, without a line end, with the escapes of a typed argument; the first
+// way without a fault.
 tDissected ReadText(const tString& bytes, bool typed) {
   std::vector<tString> ways = {bytes, WithoutLineEnd(bytes)};
   if (typed)
@@ -55,8 +55,8 @@ tDissected ReadText(const tString& bytes, bool typed) {
   return Dissect(ways.front());
 }
 
-// A text of digits only may be a message, and hexadecimal too. Blanks between the pairs, a wrapping or a good message
-// behind them make it hexadecimal.
+// A text of digits only may be a message, and hexadecimal too. Blanks between the pairs, a wrapping or a good
+// message behind them make it hexadecimal.
 tDissected Read(const tOptions& options, const tString& bytes) {
   const auto hex = options.oAs == "text" ? std::nullopt : FromHex(bytes);
   if (options.oAs == "hex") return Dissect(hex.value_or(""));
@@ -68,7 +68,7 @@ tDissected Read(const tOptions& options, const tString& bytes) {
   return ReadText(bytes, options.oFile.empty() && options.oInput != "-");
 }
 
-// ---- output -------------------------------------------------------------------------------------------------
+// ---- output -----------------------------------------------------------------------------------------------
 
 tString Shown(const tFoundField& field, bool unmasked) {
   tString value = field.oValue;

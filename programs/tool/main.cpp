@@ -5,7 +5,8 @@
 using namespace zat::tool;
 
 int main(int iArgC, char** ppcArgV) {
-  // The pieces below write a detail line for each parameter. They belong into the log of a till, not of a tool.
+  // The pieces below write a detail line for each parameter. They belong into the log of a till, not of a
+  // tool.
   if (SLogger::ItIsMe(poGSLog)) poGSLog->close();
 
   CLI::App app("Tool for those who look after tills and terminals.", "zat_tool");

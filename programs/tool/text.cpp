@@ -1,37 +1,12 @@
 #include "text.h"
 
 #include <fmt/format.h>
-#include <iconv.h>
+
+#include "charset.h"
 
 namespace zat::tool {
 
 namespace {
-
-constexpr char kReplacement[] = "\xEF\xBF\xBD"; // U+FFFD
-
-// One conversion, whole texts only.
-class Iconv {
-public:
-  Iconv(const char* to, const char* from) : pv(iconv_open(to, from)) {}
-  ~Iconv() {
-    if (pv != reinterpret_cast<iconv_t>(-1)) iconv_close(pv);
-  }
-  Iconv(const Iconv&) = delete;
-  Iconv& operator=(const Iconv&) = delete;
-
-  std::optional<tString> operator()(const tString& text) {
-    tString out(text.length() * 4, '\0');
-    char *from = const_cast<char*>(text.data()), *to = out.data(); // iconv only reads its input
-    size_t left = text.length(), room = out.length();
-    if (pv == reinterpret_cast<iconv_t>(-1) || iconv(pv, &from, &left, &to, &room) == static_cast<size_t>(-1))
-      return std::nullopt;
-    out.resize(out.length() - room);
-    return out;
-  }
-
-private:
-  iconv_t pv;
-};
 
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -40,7 +15,7 @@ int HexDigit(char c) {
   return -1;
 }
 
-// The byte that the escape at text[i] (behind its backslash) stands for; i moves to its last character. -1: none.
+// The byte that the escape at text[i] (behind its backslash) stands for; i moves to its last character. Else -1.
 int Escape(const tString& text, size_t& i) {
   if (i >= text.length()) return -1;
   if (text[i] == 'e') return 0x1B;
@@ -53,38 +28,32 @@ int Escape(const tString& text, size_t& i) {
 
 } // namespace
 
-tString ToUtf8(const tString& oBytes) {
-  Iconv convert("UTF-8", "CP1251");
-  if (auto whole = convert(oBytes)) return *whole;
-  tString out; // the one unassigned byte of the code page is somewhere in it
-  for (char c : oBytes) out += convert(tString(1, c)).value_or(kReplacement);
-  return out;
-}
+tString ToUtf8(const tString& oBytes) { return till::Charset(till::kUtf8, till::kCp1251)(oBytes); }
 
 tString ToScreen(const tString& oBytes) {
-  tString out;
+  tString escaped; // the escapes are ASCII, so they can go in before the conversion
   for (char c : oBytes) {
     const unsigned char b = static_cast<unsigned char>(c);
     if (b == 0x1B)
-      out += "\\e";
+      escaped += "\\e";
     else if (c == '\\')
-      out += "\\\\";
+      escaped += "\\\\";
     else if (b < ' ' || b == 0x7F)
-      out += fmt::format("\\x{:02X}", b);
+      escaped += fmt::format("\\x{:02X}", b);
     else
-      out += ToUtf8(tString(1, c));
+      escaped += c;
   }
-  return out;
+  return ToUtf8(escaped);
 }
 
 std::optional<tString> FromTyped(const tString& oText) {
   tString out, plain;
-  Iconv convert("CP1251", "UTF-8");
+  till::Charset convert(till::kCp1251, till::kUtf8);
   const auto flush = [&] {
-    const auto bytes = convert(plain);
-    if (bytes) out += *bytes;
+    const bool fits = convert.Fits(plain);
+    out += convert(plain);
     plain.clear();
-    return bytes.has_value();
+    return fits;
   };
   for (size_t i = 0; i < oText.length(); ++i) {
     if (oText[i] != '\\') {

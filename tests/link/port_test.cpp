@@ -11,6 +11,7 @@
 namespace {
 
 const std::string kAck = "\x06", kNak = "\x15", kEot = "\x04";
+const std::string kGood = {0x02, 'A', 'B', 0x03, 'A' ^ 'B' ^ 0x03}, kUnchecked = kGood.substr(0, 4);
 
 struct Port : testing::Test {
   PortSEtx_tag oPort{};
@@ -40,23 +41,19 @@ TEST_F(Port, SetUpFillsSlotsAndRefusesBadLinks) {
 }
 
 TEST_F(Port, ControlSequences) {
-  struct {
-    int id;
-    const char *generic, *eftp; // null: no bytes
-  } rows[] = {{0, nullptr, nullptr}, {1, nullptr, nullptr},   {2, "\x06", "\x06"},     {3, nullptr, "\x05"},
-              {4, "\x15", "\x15"},   {5, "\x02", "\x10\x02"}, {6, "\x03", "\x10\x03"}, {7, "\x04", "\x04"},
-              {8, "\x0F", "\x0F"},   {9, "\x0E", "\x0E"}};
-  for (const auto& row : rows) {
-    for (bool eftp : {false, true}) {
-      oPort.oPortCmds.poPC = eftp ? moEFTPCmdDefs : moSEtxCmdDefs;
-      const char* want = eftp ? row.eftp : row.generic;
+  const auto all = [this](tPortCmd* table) {
+    oPort.oPortCmds.poPC = table;
+    std::string text;
+    for (int id = 0; id < ePCISEnum; ++id) {
       tLen len = 99;
-      const unsigned char* pb = GetCmd(&oPort, static_cast<tSEtxCmdId>(row.id), &len);
-      EXPECT_EQ(len, want ? strlen(want) : 0) << row.id;
-      // The byte behind the sequence is zero, so it compares as a text.
-      EXPECT_STREQ(reinterpret_cast<const char*>(pb), want) << row.id;
+      const unsigned char* pb = GetCmd(&oPort, static_cast<tSEtxCmdId>(id), &len);
+      EXPECT_EQ(len, pb ? strlen(reinterpret_cast<const char*>(pb)) : 0) << "a zero byte stands behind each";
+      text += pb ? std::string(reinterpret_cast<const char*>(pb)) + "|" : "|";
     }
-  }
+    return text;
+  };
+  EXPECT_EQ(all(moSEtxCmdDefs), "||\x06||\x15|\x02|\x03|\x04|\x0F|\x0E|");
+  EXPECT_EQ(all(moEFTPCmdDefs), "||\x06|\x05|\x15|\x10\x02|\x10\x03|\x04|\x0F|\x0E|");
   tLen len = 7;
   EXPECT_EQ(GetCmd(&oPort, ePCISEnum, &len), nullptr);
   EXPECT_EQ(GetCmd(&oPort, static_cast<tSEtxCmdId>(-1), &len), nullptr);
@@ -109,15 +106,13 @@ TEST_F(Port, SendsUntilAcknowledged) {
       {"dirty: endless noise", true, {std::string(5000, 'x')}, false, 3},
       {"dirty: silence", true, {}, false, 3},
   };
-  const std::string frame = {0x02, 'A', 'B', 0x03, 'A' ^ 'B' ^ 0x03};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.pccName);
     oLink = {};
     oPort.fDirtyAK = row.fDirty;
     oLink.oReactions = row.oReactions;
-    Put("\x02"
-        "AB\x03");
-    std::vector<std::string> want(row.lAttempts, frame);
+    Put(kUnchecked);
+    std::vector<std::string> want(row.lAttempts, kGood);
     if (!row.fGood) want.push_back(kEot);
     EXPECT_EQ(SendCmd(&oPort, 4) != 0, row.fGood);
     EXPECT_EQ(oLink.oSent, want);
@@ -138,8 +133,6 @@ TEST_F(Port, WhatCannotBeSentEndsWithEot) {
 
 // ---- receiving ----
 
-const std::string kGood = {0x02, 'A', 'B', 0x03, 'A' ^ 'B' ^ 0x03};
-
 TEST_F(Port, ReceivesUntilGood) {
   const std::string bad = {0x02, 'A', 'B', 0x03, 'x'}, refused = {0x02, 'Z', 0x03, 'Z' ^ 0x03};
   struct {
@@ -154,14 +147,9 @@ TEST_F(Port, ReceivesUntilGood) {
       {"damaged twice", bad, {bad, kGood}, "NNA", kGood},
       {"damaged thrice", bad, {bad, bad, kGood}, "NNNE", ""},
       {"silence", "", {}, "NNNE", ""},
-      {"cut, then good",
-       "\x02"
-       "AB",
-       {kGood},
-       "NA",
-       kGood},
+      {"cut, then good", kGood.substr(0, 3), {kGood}, "NA", kGood},
       {"judged bad", refused, {kGood}, "NA", kGood},
-      {"no check byte", kGood.substr(0, 4), {kGood}, "NA", kGood},
+      {"no check byte", kUnchecked, {kGood}, "NA", kGood},
   };
   const procPCO_t refuseZ = [](PortSEtx_tag* port, void*, tLen) -> tBool { return port->pbCmd[1] != 'Z'; };
   for (const auto& row : rows) {
@@ -239,11 +227,7 @@ TEST_F(Port, AFrameMustLeaveRoomForItsCheckField) {
 
 TEST_F(Port, WorkCmdKeepsTheCommandWhileItWaitsAndNothingAfter) {
   oPort.MakeCmd = [](PortSEtx_tag* port, void*) -> tLen {
-    memcpy(port->pbCmd,
-           "\x02"
-           "AB\x03",
-           4);
-    return 4;
+    return kUnchecked.copy(reinterpret_cast<char*>(port->pbCmd), 4);
   };
   oPort.ParsCmd = [](PortSEtx_tag* port, void* saved, tLen len, tSEtxCmdId* end) -> tBool {
     if (end) *end = ePCISEetx;
@@ -279,7 +263,7 @@ TEST_F(Port, EmptySlotsMeanNothingDone) {
   EXPECT_FALSE(WorkCmd(&oPort, nullptr));
   EXPECT_FALSE(SendCmd(&oPort, 3));
   EXPECT_EQ(RecvCmd(&oPort, ePCISEetx, nullptr, nullptr), 0u);
-  for (auto* slot : {&oPort.SendCmd}) *slot = nullptr;
+  oPort.SendCmd = nullptr;
   oPort.RecvCmd = nullptr;
   EXPECT_FALSE(WorkCmd(&oPort, nullptr) || WorkAck(&oPort, nullptr) || ParsCmdOnly(&oPort, nullptr, 5));
 }

@@ -1,5 +1,5 @@
-// A byte link that plays a script: after the n-th thing sent, the n-th reaction arrives. Its clock runs a tick for
-// each byte read and a whole period for each read that finds nothing.
+// A byte link that plays a script: after the n-th thing sent, the n-th reaction arrives. Its clock runs a
+// tick for each byte read and a whole period for each read that finds nothing.
 #pragma once
 #include <deque>
 #include <functional>

@@ -42,7 +42,7 @@ bool IsStreamSocket(int fd) {
 
 } // namespace
 
-// ---- open and closed ----------------------------------------------------------------------------------------
+// ---- open and closed --------------------------------------------------------------------------------------
 
 Link::Link() = default;
 Link::~Link() { Close(); }
@@ -93,7 +93,7 @@ bool Link::WaitIn(tTicks iMs) {
   return lInBeg < lInEnd || Fill(Deadline(iMs));
 }
 
-// ---- bytes --------------------------------------------------------------------------------------------------
+// ---- bytes ------------------------------------------------------------------------------------------------
 
 // Reads what is there, waiting for something until the deadline. False when nothing came.
 bool Link::Fill(tTicks oDeadline) {
@@ -150,8 +150,8 @@ tLen Link::RecvPlain(unsigned char* pb, tLen lLen, tTicks oDeadline) {
   return done;
 }
 
-// Receives until the sequence has come: into pb, at most *plLen bytes, or nowhere when pb is null. *plLen becomes
-// the count received (nowhere: that of the sequence). True when it was found.
+// Receives until the sequence has come: into pb, at most *plLen bytes, or nowhere when pb is null. *plLen
+// becomes the count received (nowhere: that of the sequence). True when it was found.
 bool Link::RecvUntil(unsigned char* pb, tLen* plLen, const tPortCmd& oEnd, tTicks oDeadline) {
   const tString end(reinterpret_cast<const char*>(oEnd.poByte), oEnd.oLen);
   tString last; // as many of the newest bytes as the sequence has
@@ -193,7 +193,7 @@ void Link::DropInput() {
   LogInput();
 }
 
-// ---- log ----------------------------------------------------------------------------------------------------
+// ---- log --------------------------------------------------------------------------------------------------
 
 void Link::LogTo(procLinkLog_t procLogNew, void* pvUser) {
   WipeText(oLogIn);
@@ -221,7 +221,7 @@ void LinkLogToGSLog(void*, const char* pccLine, size_t lLen) {
   GSLog(150, "[Link] %.*s", static_cast<int>(lLen), pccLine);
 }
 
-// ---- the operations of a port -------------------------------------------------------------------------------
+// ---- the operations of a port -----------------------------------------------------------------------------
 
 struct LinkCalls {
   static Link* Of(PortWork_tag* poWork) { return static_cast<Link*>(poWork->poHandle); }
@@ -321,7 +321,7 @@ bool LinkReply(PortSEtx_tag* poSelf, tPadsData* poPD) {
   return sent;
 }
 
-// ---- listening ----------------------------------------------------------------------------------------------
+// ---- listening --------------------------------------------------------------------------------------------
 
 bool LinkListener::Open(const tLinkPlace& oPlace, tString& oWhy) {
   Close();

@@ -1,6 +1,6 @@
 // The byte link of a framed command port (PortSEtx.h) over a descriptor: a serial line or a TCP connection.
-// Ticks are milliseconds here. One thread at a time uses a link. A link whose port is gone can only be closed or set
-// up anew. Opening may throw std::bad_alloc; nothing else here throws.
+// Ticks are milliseconds here. One thread at a time uses a link. A link whose port is gone can only be closed
+// or set up anew. Opening may throw std::bad_alloc; nothing else here throws.
 //
 // Client:
 //
@@ -25,8 +25,8 @@
 //         zat::LinkReply(&port, &answer);
 //       }
 //
-// WaitIn before a receive keeps the port from answering mere silence with NAK and, after its attempts, EOT: a card
-// holder may take longer than the port's time period.
+// WaitIn before a receive keeps the port from answering mere silence with NAK and, after its attempts, EOT: a
+// card holder may take longer than the port's time period.
 #pragma once
 #include <memory>
 
@@ -54,13 +54,14 @@ public:
   Link(const Link&) = delete; // two owners would close each other's descriptor
   Link& operator=(const Link&) = delete;
 
-  // Opens the device, or connects within iMsWait milliseconds (name look-up not counted). What was open is closed
-  // first. False with the reason in oWhy; a serial device that does not take the settings is a failure.
+  // Opens the device, or connects within iMsWait milliseconds (name look-up not counted). What was open is
+  // closed first. False with the reason in oWhy; a serial device that does not take the settings is a
+  // failure.
   bool Open(const tLinkPlace& oPlace, tTicks iMsWait, tString& oWhy);
 
   // Takes over a connected stream socket, or a terminal device with the settings that it has (it becomes
-  // non-blocking); the link closes it. False with the reason in oWhy, the descriptor untouched, for anything else:
-  // writing into a pipe could raise SIGPIPE.
+  // non-blocking); the link closes it. False with the reason in oWhy, the descriptor untouched, for anything
+  // else: writing into a pipe could raise SIGPIPE.
   bool Adopt(int iFd, tString& oWhy);
 
   // Gives a serial line its former settings back, closes, drops what was not read. A closed link is silent.
@@ -69,11 +70,12 @@ public:
   // False when closed, and once the other side is gone and everything it sent was read.
   bool IsOpen() const;
 
-  // Waits until a byte can be read, for at most iMs milliseconds; false also, at once, when the other side is gone.
+  // Waits until a byte can be read, for at most iMs milliseconds; false also, at once, when the other side is
+  // gone.
   bool WaitIn(tTicks iMs);
 
-  // Sends the log somewhere; null ends it. Card data never reach it in clear. What there is no memory for is left
-  // out of it.
+  // Sends the log somewhere; null ends it. Card data never reach it in clear. What there is no memory for is
+  // left out of it.
   void LogTo(procLinkLog_t procLog, void* pvUser);
 
   // The descriptor, for waiting on several at once; -1 when closed. Bytes already taken in do not show there:
@@ -128,12 +130,13 @@ private:
   int iFd = -1;
 };
 
-// Sends one message of an answering side: drops stale input (NAKs that the other side sent while it waited would
-// count against the answer), makes the command of poPD, sends it until acknowledged and clears the buffers.
+// Sends one message of an answering side: drops stale input (NAKs that the other side sent while it waited
+// would count against the answer), makes the command of poPD, sends it until acknowledged and clears the
+// buffers.
 ZAT_API bool LinkReply(PortSEtx_tag* poSelf, tPadsData* poPD);
 
 } // namespace zat
 
-// procSELS over a zat::Link, which poHandle points to. False without a handle or a command table. A link serves one
-// port at a time: the last one set up.
+// procSELS over a zat::Link, which poHandle points to. False without a handle or a command table. A link
+// serves one port at a time: the last one set up.
 ZAT_API tBool EFTPLinkSetUp(PortSEtx_tag* poSelf, void* poHandle, tPortCmd* poPC);

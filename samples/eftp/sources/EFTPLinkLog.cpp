@@ -13,7 +13,8 @@ const unsigned char* Bytes(const tString& text) {
   return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-// The end of the message that begins at lBeg: header and data, which must be complete and of a known kind. 0: none.
+// The end of the message that begins at lBeg: header and data, which must be complete and of a known kind. 0:
+// none.
 size_t MessageEnd(const tString& bytes, size_t lBeg) {
   if (bytes.length() < lBeg + kHeadSize || !EFTPRowOf(EFTPWId(bytes[lBeg], bytes[lBeg + 1]))) return 0;
   const size_t data = EFTPParsDLen(Bytes(bytes) + lBeg + kHeadLen, 2, nullptr),

@@ -170,7 +170,8 @@ int StreamSocket(const addrinfo& address) {
       socket(address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address.ai_protocol));
 }
 
-// Small frames are answered one by one: nothing is gained by collecting them, and each would wait for the other.
+// Small frames are answered one by one: nothing is gained by collecting them, and each would wait for the
+// other.
 void SendAtOnce(int fd) {
   const int on = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -202,7 +203,8 @@ int OpenSerial(const tLinkPlace& oPlace, termios& oFormer, tString& oWhy) {
   const int fd = AboveStandard(open(oPlace.oDevice.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (fd < 0) return Fail(fd, oWhy, what);
   if (tcgetattr(fd, &oFormer) != 0) return Fail(fd, oWhy, what + " as a serial line");
-  // Not TIOCEXCL: on a pseudo-terminal that outlives a killed process, and the line would stay closed to others.
+  // Not TIOCEXCL: on a pseudo-terminal that outlives a killed process, and the line would stay closed to
+  // others.
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) return Fail(fd, oWhy, what + " for this process alone");
   termios line = oFormer;
   Settings(oPlace, line);

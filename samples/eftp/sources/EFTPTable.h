@@ -1,9 +1,10 @@
-// The layouts of EFTP messages: one row per group of work ids, with the ordered list of what stands in the data
-// part. Building, parsing, the tools and the printed protocol all read these rows; a layout stands nowhere else.
+// The layouts of EFTP messages: one row per group of work ids, with the ordered list of what stands in the
+// data part. Building, parsing, the tools and the printed protocol all read these rows; a layout stands
+// nowhere else.
 //
-// Both directions share tag, width and mode. Where they differ, the field says so: oMake for a builder that does
-// not simply append the parameter, oTake and lTake for what a parser takes, since only the builder knows how long
-// a value is.
+// Both directions share tag, width and mode. Where they differ, the field says so: oMake for a builder that
+// does not simply append the parameter, oTake and lTake for what a parser takes, since only the builder knows
+// how long a value is.
 #pragma once
 #include "EFTPIds.h"
 #include <cstdint>
@@ -63,9 +64,9 @@ const tEFTPRow* EFTPRowOf(int iId);
 // The internal variant of a wire id in its row, or the id itself when there is none.
 tEFTPWorkId EFTPVariantOf(const tEFTPRow& oRow, tEFTPWorkId oId);
 
-// Cuts the *plLeft bytes of a data part into the fields of a row: asks oTake(field, length) for each field that is
-// there, in order. oTake answers false to refuse a field and lowers *plLeft by what it consumed. True when every
-// field was taken and nothing is left.
+// Cuts the *plLeft bytes of a data part into the fields of a row: asks oTake(field, length) for each field
+// that is there, in order. oTake answers false to refuse a field and lowers *plLeft by what it consumed. True
+// when every field was taken and nothing is left.
 template<class Take> bool EFTPCutFields(const tEFTPRow& oRow, const size_t* plLeft, Take oTake) {
   for (const tEFTPField& field : oRow.oFields) {
     size_t len = field.lTake;

@@ -20,7 +20,8 @@ constexpr char kEsc = 0x1B;          // closes a variable field; alone it stands
 constexpr int32_t kTextLenMax = 254; // longest data whose length is written as text
 constexpr tTicks kBudget = 15000;    // ticks for a reply, over all attempts
 
-// Running out of memory is a failure like another: the work's "nothing", not an exception in somebody's process.
+// Running out of memory is a failure like another: the work's "nothing", not an exception in somebody's
+// process.
 template<class Work> auto OrNothing(Work oWork) noexcept -> decltype(oWork()) {
   try {
     return oWork();
@@ -29,7 +30,7 @@ template<class Work> auto OrNothing(Work oWork) noexcept -> decltype(oWork()) {
 
 } // namespace
 
-// ---- header -------------------------------------------------------------------------------------------------
+// ---- header -----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -70,12 +71,12 @@ uint64_t EFTPParsDLen(const unsigned char* pbCmd, size_t lD, char* poFind) {
   return pbCmd[1] + pbCmd[0] * 256u;
 }
 
-// ---- building -----------------------------------------------------------------------------------------------
+// ---- building ---------------------------------------------------------------------------------------------
 
 namespace {
 
-// A text on its way into a message. It may be a track, so nothing of it stays in memory; the room is taken at once,
-// because a text that grows leaves copies behind.
+// A text on its way into a message. It may be a track, so nothing of it stays in memory; the room is taken at
+// once, because a text that grows leaves copies behind.
 struct tWiped : tString {
   explicit tWiped(size_t lRoom) { reserve(lRoom); }
   ~tWiped() { WipeText(*this); }
@@ -119,8 +120,8 @@ bool AddP(tPadsData* poPD, tString& oStr, const char* pccTag, size_t lWidth, int
   }
 }
 
-// A payment's parameters must be texts: a number in their place is not written as one, it refuses the message or
-// counts as absent.
+// A payment's parameters must be texts: a number in their place is not written as one, it refuses the message
+// or counts as absent.
 bool AddText(tPadsData* poPD, tString& oStr, const tEFTPField& oField, tString& oValue) {
   oValue.clear();
   const SSqueeze id = poPD->poSTin->Find(*oField.ppccTag);
@@ -203,7 +204,7 @@ tLen EFTPMakeCmd(PortSEtx_tag* poSelf, void* poPPWCD) {
   return pads && pads->poSTin ? OrNothing([&] { return MakeCmd(poSelf, pads); }) : 0;
 }
 
-// ---- the frame ----------------------------------------------------------------------------------------------
+// ---- the frame --------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -300,7 +301,7 @@ tBool EFTPmEot(PortSEtx_tag* poSelf, char fSend) {
   return false;
 }
 
-// ---- parsing ------------------------------------------------------------------------------------------------
+// ---- parsing ----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -354,7 +355,7 @@ tBool EFTPParsCmd(PortSEtx_tag* poSelf, void* poPPWCD, tLen lLen, tSEtxCmdId* po
          EFTPParsData(pads->poSTout, pads->oPWI, msg + kHeadSize, data);
 }
 
-// ---- set-up -------------------------------------------------------------------------------------------------
+// ---- set-up -----------------------------------------------------------------------------------------------
 
 tBool EFTPWorkInit(PortSEtx_tag* poSelf, void* poHandle, tPortCmd* poPC, procSELS_t procSELS, char fLow) {
   if (!PortSEtxInit(poSelf, poHandle, poPC ? poPC : moEFTPCmdDefs, procSELS)) return false;

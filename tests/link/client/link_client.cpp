@@ -1,5 +1,5 @@
-// A program of somebody else: it knows the installed headers and the object, nothing else of this tree. Both ends of
-// a socket pair, one exchange, status 0 when everything arrived.
+// A program of somebody else: it knows the installed headers and the object, nothing else of this tree. Both
+// ends of a socket pair, one exchange, status 0 when everything arrived.
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
