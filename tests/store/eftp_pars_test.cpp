@@ -145,44 +145,36 @@ TEST(EFTPPars, Response) {
 
 TEST(EFTPPars, InformationPrintLineAndRefusal) {
   struct {
+    tEFTPWorkId layout;
     std::string body;
-    tEFTPWorkId id;
-    std::string kind, data;
-  } const infos[] = {{"11" + std::string(36, 'd'), eEFTPwidRespInfo, "11", std::string(36, 'd')},
-                     {"11" + std::string(37, 'd'), eEFTPwidNone, "11", "-"},
-                     {"11", eEFTPwidRespInfo, "11", "-"},
-                     {"12abc", eEFTPwidMsgInfo, "12", "abc"},
-                     {"1", eEFTPwidNone, "-", "-"}};
-  for (const auto& row : infos) {
-    SqueezeT store;
-    Body body(row.body);
-    EXPECT_EQ(EFTPParsPInfo(&store, &body.pos, &body.left), row.id) << row.body;
-    EXPECT_EQ(Value(store, abisEFitp), row.kind);
-    EXPECT_EQ(Value(store, abisEFidt), row.data);
-  }
-  struct {
-    const char *body, *flag, *line;
-    bool taken;
-  } const lines[] = {{"1Total", "1", "Total", true}, {"0", "0", "-", true}, {"", "", "-", false}};
-  for (const auto& row : lines) {
+    int result; // a flag, or the work id of an information message
+    const char* head;
+    std::string rest;
+  } const rows[] = {
+      {eEFTPwidMsgInfo, "11" + std::string(36, 'd'), eEFTPwidRespInfo, "11", std::string(36, 'd')},
+      {eEFTPwidMsgInfo, "11" + std::string(37, 'd'), eEFTPwidNone, "11", "-"},
+      {eEFTPwidMsgInfo, "11", eEFTPwidRespInfo, "11", "-"},
+      {eEFTPwidMsgInfo, "12abc", eEFTPwidMsgInfo, "12", "abc"},
+      {eEFTPwidMsgInfo, "1", eEFTPwidNone, "-", "-"},
+      {eEFTPwidPrLine, "1Total", true, "1", "Total"},
+      {eEFTPwidPrLine, "0", true, "0", "-"},
+      {eEFTPwidPrLine, "", false, "-", "-"},
+      {eEFTPwidRubad, "09No connection", true, "09", "No connection"},
+      {eEFTPwidRubad, "09", true, "09", "-"},
+      {eEFTPwidRubad, "0", false, "-", "-"},
+  };
+  for (const auto& row : rows) {
     SqueezeT store;
     Body body(row.body);
     char out = '?';
-    EXPECT_EQ(EFTPParsPPrLine(&store, &body.pos, &body.left, &out), row.taken) << row.body;
-    EXPECT_EQ(out, row.flag[0]);
-    EXPECT_EQ(Value(store, abisEFpln), row.line);
-  }
-  struct {
-    const char *body, *code, *text;
-    bool taken;
-  } const refusals[] = {
-      {"09No connection", "09", "No connection", true}, {"09", "09", "-", true}, {"0", "-", "-", false}};
-  for (const auto& row : refusals) {
-    SqueezeT store;
-    Body body(row.body);
-    EXPECT_EQ(EFTPParsPRubad(&store, &body.pos, &body.left), row.taken) << row.body;
-    EXPECT_EQ(Value(store, abisEFecd), row.code);
-    EXPECT_EQ(Value(store, abisEFmsg), row.text);
+    bool info = row.layout == eEFTPwidMsgInfo, line = row.layout == eEFTPwidPrLine;
+    int result = info   ? int{EFTPParsPInfo(&store, &body.pos, &body.left)}
+                 : line ? EFTPParsPPrLine(&store, &body.pos, &body.left, &out)
+                        : EFTPParsPRubad(&store, &body.pos, &body.left);
+    EXPECT_EQ(result, row.result) << row.body;
+    EXPECT_EQ(Value(store, info ? abisEFitp : line ? abisEFsln : abisEFecd), row.head) << row.body;
+    EXPECT_EQ(Value(store, info ? abisEFidt : line ? abisEFpln : abisEFmsg), row.rest) << row.body;
+    EXPECT_EQ(out, !line ? '?' : row.result ? row.body[0] : '\0');
   }
 }
 

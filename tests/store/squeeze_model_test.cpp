@@ -3,7 +3,6 @@
 #include "EFTPMisc.h"
 #include "odd_alloc.h"
 #include <gtest/gtest.h>
-#include <optional>
 #include <random>
 
 namespace {
@@ -121,7 +120,6 @@ public:
       oModel.Squeeze();
       break;
     case 5: Lookup(dotted, path, before); break;
-    case 6: LinkBeside(dotted, path, value); break;
     case 7: {
       Store copy(oStore);
       oStore = Store(32, 7);
@@ -161,30 +159,11 @@ private:
     oModel.Erase(*parent, *kid);
   }
 
-  // From the top both ways, and from the siblings of the path's parent on.
   void Lookup(const std::string& dotted, const std::vector<std::string>& path, SSqueeze id) {
     Node* kid = oModel.Find(path);
     ASSERT_EQ(oStore.GetData(id, &sValue, &sTag), kid ? kid->type : int{eDTnull}) << dotted;
     auto* first = oStore.node_get(oStore.prop_GetFirst());
     ASSERT_EQ(oStore.Searcher(oStore.prop_GetFirst() != 0 ? first : nullptr, dotted, false), id.ss_get());
-    if (!kid || path.size() < 2) return;
-    std::string above = dotted.substr(0, dotted.rfind('.'));
-    auto* parent = oStore.FindEx(above, nullptr, false);
-    SSqueeze start = oStore.oSelf.ss_put(oStore.node_get(oStore.prop_GetDown(parent)));
-    ASSERT_EQ(oStore.Find(path.back(), start).ss_get(), id.ss_get());
-  }
-
-  // A new sibling right after a node, if the chain has none of that tag.
-  void LinkBeside(const std::string& dotted, const std::vector<std::string>& path, const std::string& value) {
-    Node* parent = nullptr;
-    Node* kid = oModel.Find(path, &parent);
-    if (!kid || Model::Child(*parent, "new")) return;
-    auto* node = oStore.LinkData(oStore.FindEx(dotted, nullptr, false), "new", value.data(), value.size(),
-                                 eDTpdata, false);
-    ASSERT_EQ(node != nullptr, oModel.Take(5 + value.size()));
-    if (node)
-      parent->kids.insert(parent->kids.begin() + (kid - parent->kids.data()) + 1,
-                          {"new", value, value.empty() ? int{eDTpempel} : int{eDTpdata}, {}});
   }
 
   bool Same(uint64_t number, const std::vector<Node>& chain) {

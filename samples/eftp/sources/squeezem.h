@@ -271,8 +271,7 @@ private:
   struct tWalk {
     const tString& oPath;
     bool fUnlink;
-    size_type
-        nLeft; // siblings that may still be looked at: a walk that meets more than there are goes in circles
+    size_type nLeft; // siblings that may still be looked at; a walk that meets more goes in circles
   };
   tNode* Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth, tNode* poPrev);
 
