@@ -79,6 +79,7 @@ TEST_F(Locks, HolderKilledIsTakenOver) {
   EXPECT_EQ(waiter.End(), 0);
   EXPECT_TRUE(dir.Has("a.lck")) << "a dead holder leaves its file";
   EXPECT_EQ(tryflock(lock), 0);
+  EXPECT_EQ(remflock(lock), 0);
 }
 
 TEST_F(Locks, FileRemovedWhileAnotherWaits) {
