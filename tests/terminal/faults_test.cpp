@@ -2,6 +2,7 @@
 #include "module.h"
 #include <array>
 #include <cstdio>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
@@ -165,19 +166,26 @@ TEST(Module, EndsWhenItsParentIsKilled) {
   prctl(PR_SET_CHILD_SUBREAPER, 1); // the orphan comes to this process, which can then wait for it
   Site at("Card=60000");
   UnnamedPipes pipes;
-  ASSERT_TRUE(pipes.Open());
+  int told[2]; // by the till: the module's process id
+  ASSERT_TRUE(pipes.Open() && pipe2(told, O_CLOEXEC) == 0);
   const std::string program = at / "BIN/zat_mm", exported = pipes.Export();
   const pid_t till = fork();
   if (till == 0) {
-    if (fork() == 0) execl(program.c_str(), program.c_str(), exported.c_str(), "-", "1", nullptr);
-    pause();
+    const pid_t started = fork();
+    if (started == 0) execl(program.c_str(), program.c_str(), exported.c_str(), "-", "1", nullptr);
+    if (write(told[1], &started, sizeof started) == sizeof started) pause();
+    _exit(1);
   }
+  pid_t module = -1;
+  ASSERT_EQ(read(told[0], &module, sizeof module), ssize_t(sizeof module));
+  close(told[0]);
+  close(told[1]);
   char greeting[29];
   EXPECT_GT(pipes.ReadBlock(greeting, sizeof greeting, UnnamedPipes::eBTver0), 0);
   kill(till, SIGKILL);
   EXPECT_EQ(waitpid(till, nullptr, 0), till);
   int status = -1;
-  EXPECT_GT(waitpid(-1, &status, 0), 0);
+  EXPECT_EQ(waitpid(module, &status, 0), module);
   EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 

@@ -45,7 +45,7 @@ public:
   explicit Till(const std::string& place) {
     std::string why;
     zat::tLinkPlace where;
-    EXPECT_TRUE(zat::LinkPlaceFromText(place, where, why) && link.Open(where, 5000, why)) << why;
+    EXPECT_TRUE(zat::LinkPlaceFromText(place, where, why) && link.Open(where, 20000, why)) << why;
     link.LogTo(
         [](void* self, const char* line, size_t n) { static_cast<Till*>(self)->log.append(line, n) += '\n'; },
         this);
@@ -59,7 +59,7 @@ public:
     request.PutData(abisTRamt, amount.data(), amount.size());
     tPadsData pads{&request, &reply, eEFTPwidSale, nullptr};
     std::vector<std::string> blocks;
-    for (bool good = port.WorkCmd(&port, &pads);; good = link.WaitIn(5000) && port.WorkAck(&port, &pads)) {
+    for (bool good = port.WorkCmd(&port, &pads);; good = link.WaitIn(20000) && port.WorkAck(&port, &pads)) {
       blocks.push_back(good ? std::string{static_cast<char>(pads.oPWI >> 8), static_cast<char>(pads.oPWI)}
                             : "");
       if (!good || blocks.back()[0] == '#') return Codes(blocks);

@@ -42,7 +42,7 @@ public:
   }
 
   // The next block, or an empty string when none comes in time.
-  std::string Block(int ms = 5000) {
+  std::string Block(int ms = 20000) {
     char buffer[4096];
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     do {
@@ -60,7 +60,7 @@ public:
   }
 
   // All blocks of the answer up to the end block, or up to one that does not come.
-  std::vector<std::string> Rest(int ms = 5000) {
+  std::vector<std::string> Rest(int ms = 20000) {
     std::vector<std::string> blocks;
     do blocks.push_back(Block(ms));
     while (!blocks.back().empty() && blocks.back()[0] != '#');
@@ -75,7 +75,7 @@ public:
   }
 
   // How the module ended, as waitpid tells it; -1 when it has not within the limit.
-  int Ended(int ms = 5000) {
+  int Ended(int ms = 20000) {
     int status = -1;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
