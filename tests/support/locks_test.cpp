@@ -212,9 +212,10 @@ TEST_F(Locks, OnlyOwnDescriptorsAreClosed) {
 }
 
 TEST_F(Locks, InheritedLockLivesWithTheProgram) {
-  const std::string hold = dir / "hold";
-  ASSERT_EQ(mkfifo(hold.c_str(), 0666), 0);
   for (bool inherit : {false, true}) {
+    // One each: the first program may still have its end open when the second is waited for.
+    const std::string hold = dir / (inherit ? "hold" : "let_go");
+    ASSERT_EQ(mkfifo(hold.c_str(), 0666), 0);
     EXPECT_EQ(Child([&] {
                 int rc = tryflock(lock, inherit);
                 return SysCallBegin(("/bin/cat " + hold).c_str()) ? rc : 9; // and dies without a word
