@@ -12,9 +12,19 @@ namespace {
 constexpr auto kBreakPatience = std::chrono::milliseconds(1500);
 
 // How long Ctrl-C waits for the other thread, which may be printing to a reader that stands still.
-constexpr auto kLeavePatience = std::chrono::milliseconds(300);
+constexpr int kLeaveTries = 30;
+constexpr auto kLeavePause = std::chrono::milliseconds(10);
 
-typedef std::lock_guard<std::timed_mutex> Guard;
+typedef std::lock_guard<std::mutex> Guard;
+
+std::unique_lock<std::mutex> LockInTime(std::mutex& mutex) {
+  std::unique_lock lock(mutex, std::try_to_lock);
+  for (int i = 0; i < kLeaveTries && !lock; ++i) {
+    std::this_thread::sleep_for(kLeavePause);
+    lock.try_lock();
+  }
+  return lock;
+}
 
 } // namespace
 
@@ -84,7 +94,7 @@ void Desk::Other(const tString& workId, const tString& data) {
 
 void Desk::Press(int count) {
   if (count == 1) fBreakWanted = true;
-  std::unique_lock lock(oLock, kLeavePatience);
+  std::unique_lock lock = LockInTime(oLock);
   if (count > 1) Leave(lock.owns_lock());
   if (!lock || fFinished) return;
   oReport.fBreak = true;

@@ -36,7 +36,7 @@ private:
   Clock::time_point oBegin = Clock::now();
 
   // The thread that runs the request and the one that watches both print and report, under this lock.
-  std::timed_mutex oLock;
+  std::mutex oLock;
   Report oReport;
   tString oStatus;            // words of the live line
   Clock::time_point oPressed; // when a break was asked for

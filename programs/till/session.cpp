@@ -136,6 +136,9 @@ bool CanBeSent(const Request& request) {
          request.oData.size() != kImpossibleData;
 }
 
+// The last session that was left with its exchange open, for tools that look for lost memory: this is meant.
+void* pvLeftOpen;
+
 // Some terminals close a line of the receipt themselves.
 tString WithoutEndOfLine(const tString& line) { return line.substr(0, line.find_last_not_of("\r\n") + 1); }
 
@@ -177,10 +180,12 @@ Session::Session(Library& library, const tString& config) : oLibrary(library) {
 
 Session::~Session() {
   if (!pvHandle) return;
-  if (fExchange)
+  if (fExchange) {
     oLibrary.Keep();
-  else
+    pvLeftOpen = pvHandle;
+  } else {
     oLibrary.procDestroy(pvHandle);
+  }
 }
 
 Result Session::Run(const Request& request, const Events& events) {

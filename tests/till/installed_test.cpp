@@ -44,7 +44,7 @@ TEST(Installed, Endings) {
 TEST(Installed, CtrlCOnTheTerminal) {
   InstalledTill till;
   till.Start({"sale", "1.73"}, true);
-  ASSERT_TRUE(till.WaitForScreen("asks to wait"));
+  ASSERT_TRUE(till.WaitForScreen("Waiting for the terminal"));
   till.Type('\x03');
   Ran ran = till.Finish();
   EXPECT_EQ(ran.iExit, 3);
