@@ -5,6 +5,7 @@
 #include "util.h"
 #include <cstring>
 #include <iterator>
+#include <new>
 
 const char* const poTwoNul = "";
 const char* const poTwoEntmMagpA7 = "9010";
@@ -39,9 +40,14 @@ void LogTaken(const char* pccTag, const unsigned char* pbValue, size_t lLen) {
   for (const char* tag : {abisTRamt, abisTRram, abisEFrcd, abisEFcod, abisTRpex, abisEFecd, abisTMrtp})
     shown = shown || pccTag == tag;
   if (!shown) return GSLog(kLogLevel, "[MicroM] EFTPParsP [%s] - present [dL:%d]", pccTag, length);
-  tString value(reinterpret_cast<const char*>(pbValue), lLen);
-  if (pccTag == abisTRpex) MaskPEX(value, kVisible, '*');
-  GSLog(kLogLevel, "[MicroM] EFTPParsP [%s] - present [dL:%d] '%s'", pccTag, length, value.c_str());
+  try {
+    CardString value;
+    value.assign(reinterpret_cast<const char*>(pbValue), lLen);
+    if (pccTag == abisTRpex) MaskPEX(value, kVisible, '*');
+    GSLog(kLogLevel, "[MicroM] EFTPParsP [%s] - present [dL:%d] '%s'", pccTag, length, value.c_str());
+  } catch (const std::bad_alloc&) {
+    // the parameter is stored; only its line is missing
+  }
 }
 
 bool Put(SqueezeT* poStore, const char* pccTag, const void* pvValue, size_t lLen) {
@@ -50,11 +56,13 @@ bool Put(SqueezeT* poStore, const char* pccTag, const void* pvValue, size_t lLen
 
 // Stores one field that is there.
 bool Store(SqueezeT* poStore, const char* pccTag, const unsigned char* pbValue, size_t lLen,
-           tEFTPppMode oMode) {
+           tEFTPppMode oMode) try {
   if (!(oMode & eEFTPppMlng)) return Put(poStore, pccTag, pbValue, lLen);
   char found = 0;
   uint64_t number = GetNumbers(pbValue, lLen, IsTo, 10, &found, nullptr);
   return found && poStore->PutLong(pccTag, static_cast<long>(number)).ss_get() != nullptr;
+} catch (const std::bad_alloc&) { // a long tag of the caller's own, as a string
+  return false;
 }
 
 // Cuts a body by the layout of its message. Both sides are left where the first refusal stands.
@@ -66,10 +74,11 @@ bool CutBody(tEFTPWorkId oId, SqueezeT* poStore, unsigned char** ppbPos, size_t*
   });
 }
 
-// Keeps the parts of "card number = expiry date" under their own tags.
-void SplitCard(SqueezeT* poStore) {
+// Keeps the parts of "card number = expiry date" under their own tags. False when there is no memory to split
+// in.
+bool SplitCard(SqueezeT* poStore) try {
   CardString track, whole, pan, expiry, code, rest;
-  if (poStore->GetData(poStore->Find(abisTRpex, SQNull), &track) != eDTpdata) return;
+  if (poStore->GetData(poStore->Find(abisTRpex, SQNull), &track) != eDTpdata) return true;
   whole.assign(track); // the split masks what it has taken
   if (PortionTrack2opt(track, pan, expiry, code, rest) != 0) {
     Put(poStore, abisTRpan, whole.data(), whole.size());
@@ -77,7 +86,8 @@ void SplitCard(SqueezeT* poStore) {
     Put(poStore, abisTRpan, pan.data(), pan.size());
     if (!expiry.empty()) Put(poStore, abisTRedt, expiry.data(), expiry.size());
   }
-}
+  return true;
+} catch (const std::bad_alloc&) { return false; }
 
 } // namespace
 
@@ -121,8 +131,7 @@ bool EFTPParsPResp(SqueezeT* poStore, unsigned char** ppbPos, size_t* plLeft, ch
     return taken;
   });
   if (pcOut) *pcOut = last;
-  if (whole) SplitCard(poStore);
-  return whole;
+  return whole && SplitCard(poStore);
 }
 
 tEFTPWorkId EFTPParsPInfo(SqueezeT* poStore, unsigned char** ppbPos, size_t* plLeft) {
