@@ -171,10 +171,12 @@ int Exchange::Read(unsigned char* pbBuffer, int iLen, tTicks iMsWait, FUN_IDLE p
     bool more = self.oUP.WaitIn(procIdle ? kIdleSliceMs : kQuietSliceMs);
     if (!more && TicksEnd(looked, kQuietSliceMs)) {
       // Looked at before the pipe is: what the module wrote in its last moment is still read.
-      over = ModuleLost(module) && !self.oUP.WaitIn(0);
+      over = ModuleLost(module);
+      more = over && self.oUP.WaitIn(0);
+      over = over && !more;
       looked = TicksGet();
     }
-    length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
+    if (more) length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
   }
   self.oUP.SetPeerCheck(nullptr, nullptr);
   return length;
