@@ -140,11 +140,11 @@ public:
     return entry && entry->owner == getpid();
   }
 
-  // Notes a lock as this process's. False when the table is full.
-  bool Add(FileId id, int fd) {
+  // Notes a lock as the owner's, which is this process. False when the table is full.
+  bool Add(FileId id, int fd, pid_t owner) {
     std::lock_guard guard(oMutex);
     Entry* entry = Free();
-    if (entry) *entry = {id, fd, getpid()};
+    if (entry) *entry = {id, fd, owner};
     return entry;
   }
 
@@ -233,36 +233,43 @@ bool StillThere(FileId id, const char* name) {
   return lstat(name, &found) == 0 && IdOf(found) == id;
 }
 
-// Locks the open file: 0; 1 with EWOULDBLOCK when this process has it already.
+// Locks the open file: 0; not 0 with EWOULDBLOCK when another process has it, or this one. A wait for this process
+// itself would never end.
 int Lock(int fd, FileId id, bool wait) {
-  if (!oLocks.Ours(id)) return TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)));
+  if (!wait || !oLocks.Ours(id)) return TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)));
   errno = EWOULDBLOCK;
   return 1;
 }
 
-bool WriteHolder(int fd) {
+bool WriteHolder(int fd, pid_t owner) {
   char text[32];
-  int length = snprintf(text, sizeof text, "%d%s%d", static_cast<int>(getpid()), "\r\n", fd);
+  int length = snprintf(text, sizeof text, "%d%s%d", static_cast<int>(owner), "\r\n", fd);
   return TEMP_FAILURE_RETRY(pwrite(fd, text, static_cast<size_t>(length), 0)) == length;
+}
+
+// Opens the file and locks it: the descriptor, or -1.
+int OpenLocked(const char* name, bool wait, FileId* id) {
+  for (;;) {
+    int fd = OpenLock(name, id);
+    if (fd < 0) return -1;
+    if (Lock(fd, *id, wait) != 0) {
+      Close(fd);
+      return -1;
+    }
+    if (StillThere(*id, name)) return fd;
+    Release(fd);
+  }
 }
 
 int Take(const char* name, bool wait, bool inherit) {
   FileId id;
-  int fd;
-  for (;;) {
-    fd = OpenLock(name, &id);
-    if (fd < 0) return 1;
-    if (Lock(fd, id, wait) != 0) {
-      Close(fd);
-      return 1;
-    }
-    if (StillThere(id, name)) break;
-    Release(fd);
-  }
+  int fd = OpenLocked(name, wait, &id);
+  if (fd < 0) return 1;
   int result = 0;
-  if (!WriteHolder(fd))
+  const pid_t owner = getpid();
+  if (!WriteHolder(fd, owner))
     result = -1;
-  else if ((inherit && fcntl(fd, F_SETFD, 0) != 0) || !oLocks.Add(id, fd))
+  else if ((inherit && fcntl(fd, F_SETFD, 0) != 0) || !oLocks.Add(id, fd, owner))
     result = 1;
   if (result != 0) Release(fd);
   return result;
@@ -285,6 +292,23 @@ int remflock(const char* pccName) {
   int result = fremove(pccName);
   if (whose == Whose::ours) Release(fd);
   return result;
+}
+
+int zat::TakeBriefLock(const char* pccName) {
+  FileId id;
+  int fd = OpenLocked(pccName, false, &id);
+  if (fd >= 0 && !WriteHolder(fd, getpid())) {
+    Release(fd);
+    fd = -1;
+  }
+  return fd;
+}
+
+void zat::FreeBriefLock(const char* pccName, int iFd) {
+  int code = errno;
+  unlink(pccName);
+  Release(iFd);
+  errno = code;
 }
 
 int isflock(const char* pccName) {

@@ -70,6 +70,18 @@ int tryflock(const char* pccName, bool fInherit = false);
 // that the lock cannot outlive the parent. 0, since nothing is left for the copy to free.
 int remflock(const char* pccName);
 
+namespace zat {
+
+// The lock of tryflock for the moment of one piece of work that calls nothing of the host's, as the writing of a line:
+// the descriptor that holds it, or -1. Its owner gives that back to FreeBriefLock. It costs little more than its system
+// calls, because it is not noted as held by this process: remflock does not know it.
+int TakeBriefLock(const char* pccName);
+
+// Removes the file, unlocks and closes the descriptor. errno is the same after the call.
+void FreeBriefLock(const char* pccName, int iFd);
+
+} // namespace zat
+
 // 1 when the file exists and cannot be opened for writing, else 0. It tells nothing of the flock of another process:
 // it is how an updater, by an unwritable file, says that an installation is under way.
 int isflock(const char* pccName);

@@ -95,7 +95,7 @@ bool IsObjectAddress(const void* pvSelf) {
 
 SLogger::SLogger()
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false) {
+      fLockLost(false), iLock(-1) {
   tString path;
   DetectLocDir("[GSLog]", path);
   tString home = path;
@@ -112,7 +112,7 @@ SLogger::SLogger()
 
 SLogger::SLogger(const char* pcFName, bool fClear)
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false) {
+      fLockLost(false), iLock(-1) {
   open(pcFName, fClear);
 }
 
@@ -137,7 +137,7 @@ void SLogger::CheckSize(const char* pcFName) {
   if (strlen(pcFName) < kBackupMark || fdpresent(pcFName) == 0) return; // nothing that has a backup name
   if (TakeLock(kOpenLockMs)) {
     Rotate(pcFName);
-    remflock(oFLockN.c_str());
+    FreeLock();
   } else {
     AppendToFLog(nullptr, "Can`t lock '%s' - skip log checksize", oFLockN.c_str());
   }
@@ -153,13 +153,24 @@ void SLogger::Rotate(const char* pcFName) {
 }
 
 bool SLogger::TakeLock(tTicks iMsWait) {
+  iLock = zat::TakeBriefLock(oFLockN.c_str());
+  if (iLock >= 0) return true;
   tTicks start = TicksGet();
-  bool taken = tryflock(oFLockN.c_str()) == 0;
-  while (!taken && !TicksEnd(start, iMsWait)) {
+  while (iLock < 0 && !TicksEnd(start, iMsWait)) {
     YieldMS(1);
-    taken = tryflock(oFLockN.c_str()) == 0;
+    iLock = zat::TakeBriefLock(oFLockN.c_str());
   }
-  return taken;
+  return iLock >= 0;
+}
+
+// Freed even when it was not ours: a lock file that outlived its writer goes away with the first line that could not
+// wait for it, so that the lines after it do not wait again.
+void SLogger::FreeLock() {
+  if (iLock >= 0)
+    zat::FreeBriefLock(oFLockN.c_str(), iLock);
+  else
+    remflock(oFLockN.c_str());
+  iLock = -1;
 }
 
 void SLogger::close() {
@@ -196,10 +207,7 @@ void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
   line += "\r\n";
   fwrite(line.data(), 1, line.size(), poOut); // a full disk loses the line: there is nowhere left to say so
   fflush(poOut);
-
-  // Released even when the lock was not ours: a lock file that outlived its writer goes away with the first line
-  // that could not wait for it, so that the lines after it do not wait again.
-  remflock(oFLockN.c_str());
+  FreeLock();
 }
 
 void SLogger::Data(int lvl, const char* msg, const char* pcData, int iLen, bool fBinary) {

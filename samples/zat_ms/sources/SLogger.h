@@ -20,6 +20,7 @@ struct SLogger {
   unsigned long ulMSize; // bytes beyond which open moves the file to its backup name
   void* pvSelfForCheck;  // this object's own address while it lives
   bool fLockLost;        // the last wait for the lock failed: until one succeeds, lines wait only briefly
+  int iLock;             // the descriptor that holds the lock while a line is written, else -1
 
   // The configured global logger: reads micromgl.cfg of the installation and opens the log named there (key
   // LOGFILE of section ENV), by default zat_comm.log beside the object. Without a configuration file there is no
@@ -65,6 +66,7 @@ private:
   void CheckSize(const char* pcFName);
   void Rotate(const char* pcFName);
   bool TakeLock(tTicks iMsWait);
+  void FreeLock();
 };
 
 // The level letter travels in the environment variable ZAT_L_LEVEL, so that the programs started by the object
