@@ -156,8 +156,9 @@ bool SLogger::TakeLock(tTicks iMsWait) {
   iLock = zat::TakeBriefLock(oFLockN.c_str());
   if (iLock >= 0) return true;
   tTicks start = TicksGet();
+  zat::Pauses pauses;
   while (iLock < 0 && !TicksEnd(start, iMsWait)) {
-    YieldMS(1);
+    pauses.Next();
     iLock = zat::TakeBriefLock(oFLockN.c_str());
   }
   return iLock >= 0;

@@ -43,7 +43,7 @@ void Release(const tString& lock) {
 
 // One try for both locks. The update lock is asked for without waiting while the main lock is held: an installation
 // takes them the other way round, and two launchers that waited for each other would wait for ever.
-bool TryLocks(MicroSGlData_tag* poMSGD) {
+bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses) {
   if (putflock(poMSGD->oMainLck.c_str()) != 0) {
     sched_yield(); // tried again at once, but the one who is in the way gets its turn
     return false;
@@ -55,13 +55,14 @@ bool TryLocks(MicroSGlData_tag* poMSGD) {
   else
     zat::MendInstallation(poMSGD); // an updater that died would keep every till out for good
   Release(poMSGD->oMainLck);
-  if (!taken) YieldMS(1);
+  if (!taken) pauses.Next();
   return taken;
 }
 
 bool TakeLocks(MicroSGlData_tag* poMSGD) {
   bool taken = false;
-  while (!taken && !poMSGD->TicksEnd()) taken = TryLocks(poMSGD);
+  zat::Pauses pauses;
+  while (!taken && !poMSGD->TicksEnd()) taken = TryLocks(poMSGD, pauses);
   return taken;
 }
 
