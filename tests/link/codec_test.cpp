@@ -219,9 +219,10 @@ struct Frames : testing::Test {
   SqueezeT oGiven, oParsed;
   tPadsData oPads{&oGiven, &oParsed, eEFTPwidNone, nullptr};
 
-  // A line for each parameter of 100,000 messages is nothing that anybody reads.
+  // For 100,000 messages neither a log line for each parameter nor a look at the whole store after each is wanted.
   static void SetUpTestSuite() {
     if (SLogger::ItIsMe(poGSLog)) poGSLog->close();
+    zat::SqueezeGuard::fEnabled = false;
   }
   void SetUp() override { ASSERT_TRUE(EFTPWorkInit(&oPort, &oLink, nullptr, &ScriptedLink::SetUp, true)); }
 
