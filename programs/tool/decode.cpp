@@ -55,17 +55,17 @@ tDissected ReadText(const tString& bytes, bool typed) {
   return Dissect(ways.front());
 }
 
-// A text of digits only may be a message, and hexadecimal too. Blanks between the pairs, a wrapping or a good
-// message behind them make it hexadecimal.
+// A text of digits and blanks may be a message, and hexadecimal too. What is wrapped or without a fault as
+// hexadecimal is that, then what is a good message as text; a fault is told of what the blanks make it look like.
 tDissected Read(const tOptions& options, const tString& bytes) {
   const auto hex = options.oAs == "text" ? std::nullopt : FromHex(bytes);
   if (options.oAs == "hex") return Dissect(hex.value_or(""));
-  if (hex) {
-    const bool blanks = WithoutLineEnd(bytes).find_first_of(" \t\n") != tString::npos;
-    tDissected out = Dissect(*hex);
-    if (blanks || !out.oFault || out.oWrap.oForm != eFormMessage) return out;
-  }
-  return ReadText(bytes, options.oFile.empty() && options.oInput != "-");
+  const bool typed = options.oFile.empty() && options.oInput != "-";
+  if (!hex) return ReadText(bytes, typed);
+  const tDissected asHex = Dissect(*hex), asText = ReadText(bytes, typed);
+  if (!asHex.oFault || asHex.oWrap.oForm != eFormMessage) return asHex;
+  const bool blanks = WithoutLineEnd(bytes).find_first_of(" \t\n") != tString::npos;
+  return asText.oFault && blanks ? asHex : asText;
 }
 
 // ---- output -----------------------------------------------------------------------------------------------

@@ -66,6 +66,11 @@ TEST(Tool, DecodesEveryFormAndWayOfWriting) {
   }
 }
 
+TEST(Tool, DigitsAndBlanksMayBeAMessage) {
+  EXPECT_EQ(Shell("zat_tool decode '1900000012340C1234        '").iExit, 0);
+  EXPECT_THAT(Shell("zat_tool decode '31 39 30'").oOut, HasSubstr("void"));
+}
+
 TEST(Tool, CardDataAreMaskedUnlessAsked) {
   const std::string response =
       "zat_tool encode 60 TM.TID=1 EF.COD=0 TR.AMT=1 TR.CCD=643 TR.DTT=20261121120000 TM.MID=7 TR.RFN=1 "
