@@ -19,7 +19,7 @@ struct Row {
   double oursMost = kNone;  // wanted: ours is at most this
   std::string note = "";    // what a reader has to know besides; why it is missing when it was not measured
 
-  double Ratio() const { return ours / bare; }
+  double Ratio() const { return bare > 0 ? ours / bare : kNone; }
   bool Measured() const { return !std::isnan(ours); }
   bool Wished() const { return !std::isnan(ratioMost) || !std::isnan(oursMost); }
   bool Met() const;
