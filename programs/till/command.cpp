@@ -141,6 +141,7 @@ tString MakeOrder(const CommandRow& command, Options& options, const tString& ch
   request.oTid = options.oTid;
   order.oCommand = command.pccName;
   order.oLib = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
+  order.oLink = options.oLink;
   order.oConfig = options.oConfig;
   order.fJson = options.fJson;
   order.fRaw = Has(command, eRaw);
@@ -202,6 +203,7 @@ private:
 
 void AddOptions(CLI::App& app, Options& options) {
   app.add_option("--lib", options.oLib, Say(Text::OptLib))->type_name("FILE");
+  app.add_option("--link", options.oLink, Say(Text::OptLink))->type_name("PLACE");
   app.add_option("--config", options.oConfig, Say(Text::OptConfig))->type_name("PATH");
   app.add_option("--tid", options.oTid, Say(Text::OptTid))->type_name("ID");
   app.add_option("--wait", options.oWait, Say(Text::OptWait))->type_name("SECONDS");

@@ -7,7 +7,7 @@
 namespace zat::till {
 
 struct Options {
-  tString oLib, oConfig, oTid = "1", oWait = "60";
+  tString oLib, oLink, oConfig, oTid = "1", oWait = "60";
   std::optional<tString> oTrack2;
   tString oAmount, oRrn, oWorkId, oData;
   bool fJson = false;
@@ -18,6 +18,7 @@ struct Order {
   Request oRequest;
   uint64_t ulKopecks = 0; // 0: the command has no amount
   tString oCommand, oLib, oConfig;
+  tString oLink; // a link to the terminal in place of the library; empty: none
   bool fJson = false, fRaw = false; // raw: a request of the user's own making
 };
 

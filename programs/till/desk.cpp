@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "linksession.h"
 #include "texts.h"
 #include "watch.h"
 
@@ -44,7 +45,20 @@ int Desk::Work() {
   return ExitCode(result.oOutcome);
 }
 
-Result Desk::Carry() {
+Result Desk::Carry() { return oOrder.oLink.empty() ? CarryByLibrary() : CarryByLink(); }
+
+Result Desk::CarryByLink() {
+  LinkSession session;
+  tString why;
+  if (!session.Open(oOrder.oLink, why)) {
+    oReport.oMessage = Say(Text::LinkClosed, oOrder.oLink, why);
+    return Exchange(oOrder.oRequest.oId).Stop(Why::NoLink, Outcome::Refused);
+  }
+  Watch watch([this](int count) { Press(count); }, [this] { Tick(); });
+  return session.Run(oOrder.oRequest, MakeEvents());
+}
+
+Result Desk::CarryByLibrary() {
   LoadFault fault;
   tString detail;
   std::unique_ptr<Library> library = Library::Load(oOrder.oLib, fault, detail);

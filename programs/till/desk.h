@@ -19,6 +19,8 @@ public:
 
 private:
   Result Carry();
+  Result CarryByLibrary();
+  Result CarryByLink();
   Result CannotLoad(LoadFault fault, const tString& detail);
   Events MakeEvents();
   void Line(const tString& line, bool last);

@@ -46,6 +46,7 @@ enum class Why {
   Nested,
   NoModule,
   NoLibrary, // no library could be loaded
+  NoLink,    // the terminal's link could not be opened
   Left,      // the till did not wait for the end
   Strange,   // a result that no table has
 };

@@ -56,6 +56,7 @@ constexpr WhyRow kWhys[] = {
     {Why::Nested, "nested", Text::WhyNested},
     {Why::NoModule, "noModule", Text::WhyNoModule},
     {Why::NoLibrary, "noLibrary", Text::LibNoSession},
+    {Why::NoLink, "noLink", Text::LinkClosed},
     {Why::Left, "left", Text::WhyLeft},
     {Why::Strange, "strange", Text::WhyStrange},
 };

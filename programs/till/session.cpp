@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include "charset.h"
-#include "gabids.h"
-#include "util.h"
 
 namespace zat::till {
 
@@ -39,9 +37,7 @@ struct Session::Answer {
 
 namespace {
 
-constexpr size_t kTidWidth = 10;
 constexpr size_t kReasonWidth = 2;
-constexpr int kDataAt = 5;         // in a data answer, behind its last flag (1) and its type (4)
 constexpr int kEmptyAnswers = 100; // then the library has nothing to say and never will
 constexpr auto kPauseStep = std::chrono::milliseconds(50);
 constexpr int kNoOldResult = ZAT_MS_MORE; // a number that is never looked up
@@ -66,26 +62,6 @@ constexpr ReasonRow kReasons[] = {
     {ZAT_MS_BAD_HANDLE, kNoOldResult, Why::Handle},
 };
 
-// Blocks that are shown as a status, and the field that holds their text.
-struct StatusRow {
-  tEFTPWorkId oId;
-  Status oStatus;
-  const char* const* ppccText;
-};
-constexpr StatusRow kStatuses[] = {
-    {eEFTPwidRfok, Status::Ok, nullptr},
-    {eEFTPwidRfnoLog, Status::NotLoggedIn, nullptr},
-    {eEFTPwidRpinrq, Status::Pin, nullptr},
-    {eEFTPwidRonlrq, Status::Online, nullptr},
-    {eEFTPwidRfnoRef, Status::NoReference, nullptr},
-    {eEFTPwidRhldrq, Status::Hold, nullptr},
-    {eEFTPwidRmsgcon, Status::Confirm, &abisEFmcn},
-    {eEFTPwidMsgInfo, Status::Info, &abisEFidt},
-    {eEFTPwidRespInfo, Status::Info, &abisEFidt},
-    {eEFTPwidBrkNow, Status::Break, nullptr},
-    {eEFTPwidBrkRes, Status::NoBreak, nullptr},
-};
-
 const ReasonRow* FindReason(const tString& code) {
   for (const ReasonRow& row : kReasons)
     if (code == row.pccCode) return &row;
@@ -96,25 +72,6 @@ const ReasonRow* FindOldReason(int result) {
   for (const ReasonRow& row : kReasons)
     if (result == row.iOld) return &row;
   return nullptr;
-}
-
-const StatusRow* FindStatus(tEFTPWorkId id) {
-  for (const StatusRow& row : kStatuses)
-    if (row.oId == id) return &row;
-  return nullptr;
-}
-
-bool IsLine(tEFTPWorkId id) { return id == eEFTPwidPrLine || id == eEFTPwidPrLast; }
-
-bool IsVerdict(tEFTPWorkId id) {
-  return id == eEFTPwidRespons || id == eEFTPwidRespLast || id == eEFTPwidRubad;
-}
-
-// The data of a block; those of a data answer may be a card that was read for the till.
-tString Masked(Block& block) {
-  tString data = block.oData;
-  if (block.oId == eEFTPwidDtaRes || block.oId == eEFTPwidDtaResLst) MaskDigit(data, kDataAt, -1, '*');
-  return data;
 }
 
 bool Untouched(const char* buffer) {
@@ -131,16 +88,8 @@ bool IsPauseRefusal(const char* buffer, size_t shown) {
          memcmp(buffer + ZAT_MS_HEADER + shown, kPauseData.data() + shown, kPauseData.size() - shown) == 0;
 }
 
-bool CanBeSent(const Request& request) {
-  return request.oTid.size() <= kTidWidth && request.oData.size() <= kMaxData &&
-         request.oData.size() != kImpossibleData;
-}
-
 // The last session that was left with its exchange open, for tools that look for lost memory: this is meant.
 void* pvLeftOpen;
-
-// Some terminals close a line of the receipt themselves.
-tString WithoutEndOfLine(const tString& line) { return line.substr(0, line.find_last_not_of("\r\n") + 1); }
 
 } // namespace
 
@@ -216,10 +165,10 @@ void Session::Open(const Request& request, Answer& answer) {
   tString message;
   EFTPMakeHeader(message, request.oId, &request.oTid, &request.oData);
   auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(request.iPauseLimit);
-  Tell(Status::Connecting);
+  Tell(*poEvents, Status::Connecting);
   Call(&message, answer);
   while (answer.oKind == Answer::ePause && std::chrono::steady_clock::now() < limit && !BreakWanted()) {
-    Tell(Status::Pause);
+    Tell(*poEvents, Status::Pause);
     std::this_thread::sleep_for(kPauseStep);
     Call(&message, answer);
   }
@@ -248,7 +197,7 @@ void Session::Collect(Exchange& exchange, Answer& answer) {
     if (block.Read(answer.mcBuffer, sizeof answer.mcBuffer)) {
       empty = 0;
       exchange.Take(block);
-      Tell(block);
+      Tell(*poEvents, block);
     } else if (++empty == kEmptyAnswers) {
       answer.oKind = Answer::eStopped;
       answer.oWhy = Why::Endless;
@@ -283,20 +232,6 @@ bool Session::BreakWanted() {
 int Session::Idle(void* pvSelf) {
   Session* self = static_cast<Session*>(pvSelf);
   return !self->fBreakAsked && self->BreakWanted();
-}
-
-void Session::Tell(Status status, const tString& text) const {
-  if (poEvents->oStatus) poEvents->oStatus(status, text);
-}
-
-void Session::Tell(Block& block) const {
-  if (IsLine(block.oId) && poEvents->oLine)
-    poEvents->oLine(FromWire(WithoutEndOfLine(block.Field(abisEFpln))), block.oId == eEFTPwidPrLast);
-  else if (const StatusRow* row = FindStatus(block.oId))
-    Tell(row->oStatus, row->ppccText ? FromWire(block.Field(*row->ppccText)) : tString());
-  else if (!IsVerdict(block.oId) && poEvents->oOther)
-    poEvents->oOther({static_cast<char>(block.oId >> 8), static_cast<char>(block.oId)},
-                     FromWire(Masked(block)));
 }
 
 } // namespace zat::till

@@ -91,6 +91,9 @@ constexpr TextRow kTexts[] = {
      "В данных есть знаки, которых нет в Windows-1251."},
     {Text::BadWait, "Waiting time \"{}\": whole seconds from 0 to 3600.",
      "Время ожидания «{}»: целые секунды от 0 до 3600."},
+    {Text::OptLink,
+     "reach the terminal over this link, without the library: tcp:HOST:PORT or serial:DEVICE[,SPEED[,8N1[,none]]]",
+     "связь с терминалом напрямую, без библиотеки: tcp:HOST:PORT или serial:DEVICE[,SPEED[,8N1[,none]]]"},
     // the library
     {Text::LibMissing, "The library {} does not exist. Give its place with --lib.",
      "Библиотеки {} нет. Укажите её место ключом --lib."},
@@ -98,6 +101,7 @@ constexpr TextRow kTexts[] = {
     {Text::LibForeign, "{} is a library, but not this one: it has no function {}.",
      "{} — библиотека, но не та: в ней нет функции {}."},
     {Text::LibNoSession, "The library could not make a session.", "Библиотека не смогла открыть сеанс."},
+    {Text::LinkClosed, "The link {} cannot be opened: {}.", "Связь {} не открывается: {}."},
     // what happens meanwhile
     {Text::Connecting, "Waiting for the terminal", "Ожидание терминала"},
     {Text::StOk, "The terminal is at work", "Терминал работает"},

@@ -14,9 +14,9 @@ enum class Text : int {
   OptConfig, OptTid, OptTrack2, OptJson, OptWait, ArgAmount, ArgRrn, ArgWorkId, ArgData, CmdSale,
   CmdRefund, CmdPreauth, CmdReverse, CmdVoid, CmdLogin, CmdTotals, CmdEndOfDay, CmdRaw, Missing,
   NotUnderstood, BadAmount, NegativeAmount, AmountDecimals, AmountTooLong, AmountZero, BadTid, BadRrn,
-  BadTrack2, BadWorkId, DataTooLong, Data255, BadData, BadWait,
+  BadTrack2, BadWorkId, DataTooLong, Data255, BadData, BadWait, OptLink,
   // the library
-  LibMissing, LibUnreadable, LibForeign, LibNoSession,
+  LibMissing, LibUnreadable, LibForeign, LibNoSession, LinkClosed,
   // what happens meanwhile
   Connecting, StOk, StNotLoggedIn, StPin, StOnline, StNoReference, StHold, StConfirm, StInfo,
   StBreak, StNoBreak, StPause, Seconds, BreakAsked, BreakNoEffect, LeftAtOnce,

@@ -60,4 +60,67 @@ TEST(Installed, WithoutTheModule) {
   EXPECT_FALSE(till.oScratch.Has("cid1.lck"));
 }
 
+// A terminal that is reached over TCP, without the library; its first two lines are its process and its place.
+class LinkedTerminal {
+public:
+  explicit LinkedTerminal(const InstalledTill& till) {
+    std::string command = "echo $$; exec " + (till.oScratch / "BIN/zat_mm") + " --listen 127.0.0.1:0";
+    poOut = popen(command.c_str(), "r");
+    char line[128] = "";
+    iProcess = atoi(fgets(line, sizeof line, poOut));
+    std::string place = fgets(line, sizeof line, poOut);
+    oPlace = "tcp:127.0.0.1:" + std::to_string(atoi(place.substr(place.rfind(':') + 1).c_str()));
+  }
+  ~LinkedTerminal() { Stop(); }
+  void Stop() {
+    if (iProcess > 0) kill(iProcess, SIGTERM);
+    if (poOut) pclose(poOut);
+    iProcess = 0;
+    poOut = nullptr;
+  }
+
+  std::string oPlace;
+
+private:
+  FILE* poOut;
+  int iProcess;
+};
+
+TEST(Linked, OutcomesAreThoseOfThePipes) {
+  InstalledTill till;
+  LinkedTerminal terminal(till);
+  struct {
+    std::vector<std::string> words;
+    int iExit;
+    const char* pccSays;
+  } cases[] = {{{"sale", "12.00"}, 0, "APPROVED"},
+               {{"sale", "12.51"}, 1, "51 НЕДОСТАТОЧНО СРЕДСТВ"},
+               {{"sale", "12.77"}, 5, "OUTCOME UNKNOWN"}, // the terminal goes silent after it has approved
+               {{"login"}, 0, "DONE"},
+               {{"raw", "99"}, 2, "No message can be made"},
+               {{"end-of-day"}, 0, "24.77"}}; // the lost sale counts: it was made
+  for (const auto& c : cases) {
+    std::vector<std::string> words = c.words;
+    words.insert(words.end(), {"--link", terminal.oPlace});
+    Ran ran = till.Run(words);
+    EXPECT_EQ(ran.iExit, c.iExit) << c.pccSays;
+    EXPECT_THAT(ran.oOut, HasSubstr(c.pccSays));
+  }
+}
+
+TEST(Linked, BreaksOffAndSaysWhenNobodyAnswers) {
+  InstalledTill till;
+  LinkedTerminal terminal(till);
+  till.Start({"sale", "1.73", "--link", terminal.oPlace}, true);
+  ASSERT_TRUE(till.WaitForScreen("Waiting for the terminal"));
+  till.Type('\x03');
+  EXPECT_EQ(till.Finish().iExit, 3);
+  terminal.Stop();
+  for (const std::string& place : {terminal.oPlace, std::string("nowhere")}) {
+    Ran ran = till.Run({"sale", "1", "--link", place});
+    EXPECT_EQ(ran.iExit, 4) << place;
+    EXPECT_THAT(ran.oOut, HasSubstr("cannot be opened"));
+  }
+}
+
 } // namespace

@@ -1,0 +1,36 @@
+// A session with a terminal that is reached directly, over a serial line or TCP, without the library: the request goes
+// out as one framed command that the terminal acknowledges, and every message of the answer comes back the same way.
+//
+//   LinkSession session;
+//   tString why;
+//   if (session.Open("tcp:127.0.0.1:9001", why)) Result result = session.Run(request, events);
+#pragma once
+#include "EFTPLink.h"
+#include "events.h"
+
+namespace zat::till {
+
+class LinkSession {
+public:
+  // Opens the link that the text names ("tcp:HOST:PORT", "serial:DEVICE[,...]"). False with the reason in why.
+  bool Open(const tString& place, tString& why);
+
+  // Runs a request to its result. Waits 30.3 s for each message of the answer, as the library does; a request for a break
+  // goes out once, between two messages. The outcome is unknown once the request may have reached the terminal and the
+  // end of the exchange has not come.
+  Result Run(const Request& request, const Events& events);
+
+private:
+  static tBool TakeMessage(PortSEtx_tag* port, void* pads, tLen length, tSEtxCmdId* end);
+  bool Send(tEFTPWorkId id, SqueezeT& parameters);
+  bool Await(const Events& events);
+  Result Follow(Exchange& exchange, const Events& events);
+
+  Link oLink;
+  PortSEtx_tag oPort{};
+  SqueezeT oParameters; // of the request; the terminal id serves a break request too
+  tString oMessage;     // the message received last, without its frame
+  bool fBreakAsked = false;
+};
+
+} // namespace zat::till
