@@ -15,5 +15,6 @@ void AddDecode(CLI::App& oApp, int* piExit);
 void AddEncode(CLI::App& oApp, int* piExit);
 void AddTags(CLI::App& oApp, int* piExit);
 void AddMessages(CLI::App& oApp, int* piExit);
+void AddRedact(CLI::App& oApp, int* piExit);
 
 } // namespace zat::tool
