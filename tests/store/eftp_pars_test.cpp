@@ -41,52 +41,42 @@ private:
 };
 
 TEST(EFTPPars, OneParameter) {
-  const std::string kHead = "[MicroM] EFTPParsP [";
-  const tEFTPppMode kVarOnly = eEFTPppMvar;
-  struct {
-    const char* name;
-    std::string body;
-    const char* tag;
-    size_t len;
-    tEFTPppMode mode;
-    bool taken;
-    size_t consumed;
-    std::string value, log;
-  } const cases[] = {
-      {"fixed", "ABCD", abisTRrfn, 3, eEFTPppMdef, true, 3, "ABC", "present [dL:3]\r"},
-      {"fixed, short", "AB", abisTRrfn, 3, eEFTPppMdef, false, 0, "-", "not detected"},
-      {"fixed, none", "", abisTRrfn, 0, eEFTPppMdef, true, 0, "", "present [dL:0]"},
-      {"shown", "000000001000", abisTRamt, 12, eEFTPppMdef, true, 12, "000000001000",
-       "[dL:12] '000000001000'"},
-      {"var", "AB" + kEsc + "C", abisTRacd, 6, kVarOnly, true, 3, "AB", "present [dL:2]"},
-      {"var, ESC behind the limit", "ABC" + kEsc, abisTRacd, 3, kVarOnly, true, 4, "ABC", "present [dL:3]"},
-      {"var, ESC too late", "ABCD" + kEsc, abisTRacd, 3, kVarOnly, false, 0, "-", "- var, absent"},
-      {"var, no ESC", "AB", abisTRacd, 3, kVarOnly, false, 0, "-", "- var, absent"},
-      {"var, at once", kEsc + "A", abisTRacd, 3, kVarOnly, false, 0, "-", "- var, absent"},
-      {"var, no byte", "", abisTRacd, 3, eEFTPppMoptv, false, 0, "-", "- var, absent"},
-      {"optional, absent", kEsc + "A", abisTRacd, 3, eEFTPppMoptv, true, 1, "-", "- optional, var, absent"},
-      {"card", "4000001234567899=2512" + kEsc, abisTRpex, 25, eEFTPppMoptv, true, 22, "4000001234567899=2512",
-       "[dL:21] '************7899=****'"},
-      {"number behind blanks", "  12", abisTRchq, 4, eEFTPppMlng, true, 4, "#12", "present [dL:4]"},
-      {"number, sign ignored", "-7x9", abisTRchq, 4, eEFTPppMlng, true, 4, "#7", "present [dL:4]"},
-      {"number, no digit", "abcd", abisTRchq, 3, eEFTPppMlng, false, 3, "-", "not detected"},
-      {"number, var", "42" + kEsc, abisTRchq, 5, eEFTPppMlngv, true, 3, "#42", "present [dL:2]"},
-      {"print line", "text", abisEFpln, 4, eEFTPppMdef, true, 4, "text", ""},
-      {"equal text, another pointer", "12", kOtherEcd, 2, eEFTPppMdef, true, 2, "12", "present [dL:2]\r"},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
+  const tEFTPppMode kDef = eEFTPppMdef, kVar = eEFTPppMvar, kOpt = eEFTPppMoptv, kLng = eEFTPppMlng;
+  // shown: how the log line ends, none when empty
+  typedef std::tuple<std::string, const char*, size_t, tEFTPppMode, bool, size_t, std::string, std::string>
+      Row;
+  for (const auto& [text, tag, len, mode, taken, consumed, value, shown] :
+       {Row{"ABCD", abisTRrfn, 3, kDef, true, 3, "ABC", "present [dL:3]\r"},
+        Row{"AB", abisTRrfn, 3, kDef, false, 0, "-", "not detected"},
+        Row{"", abisTRrfn, 0, kDef, true, 0, "", "present [dL:0]"},
+        Row{"000000001000", abisTRamt, 12, kDef, true, 12, "000000001000", "[dL:12] '000000001000'"},
+        Row{"ABC" + kEsc, abisTRacd, 3, kVar, true, 4, "ABC", "present [dL:3]"}, // ESC behind the limit
+        Row{"ABCD" + kEsc, abisTRacd, 3, kVar, false, 0, "-", "- var, absent"},
+        Row{"AB", abisTRacd, 3, kVar, false, 0, "-", "- var, absent"},
+        Row{kEsc + "A", abisTRacd, 3, kVar, false, 0, "-", "- var, absent"},
+        Row{"", abisTRacd, 3, kOpt, false, 0, "-", "- var, absent"},
+        Row{kEsc + "A", abisTRacd, 3, kOpt, true, 1, "-", "- optional, var, absent"},
+        Row{"4000001234567899=2512" + kEsc, abisTRpex, 25, kOpt, true, 22, "4000001234567899=2512",
+            "[dL:21] '************7899=****'"},
+        Row{"  12", abisTRchq, 4, kLng, true, 4, "#12", "present [dL:4]"},
+        Row{"-7x9", abisTRchq, 4, kLng, true, 4, "#7", "present [dL:4]"}, // no sign
+        Row{"abcd", abisTRchq, 3, kLng, false, 3, "-", "not detected"},
+        Row{"42" + kEsc, abisTRchq, 5, eEFTPppMlngv, true, 3, "#42", "present [dL:2]"},
+        Row{"text", abisEFpln, 4, kDef, true, 4, "text", ""},
+        Row{"12", kOtherEcd, 2, kDef, true, 2, "12", "present [dL:2]\r"}}) {
+    SCOPED_TRACE(text + " " + tag);
     Log log;
     SqueezeT store;
-    Body body(row.body);
-    EXPECT_EQ(EFTPParsP(&store, &body.pos, &body.left, row.tag, row.len, row.mode), row.taken);
-    EXPECT_EQ(body.Consumed(), row.consumed);
-    EXPECT_EQ(body.pos, body.bytes.data() + row.consumed);
-    EXPECT_EQ(Value(store, row.tag), row.value);
-    EXPECT_NE(log.Text().find(row.log.empty() ? "" : kHead + row.tag), std::string::npos);
-    EXPECT_NE(log.Text().find(row.log), std::string::npos) << log.Text();
+    Body body(text);
+    EXPECT_EQ(EFTPParsP(&store, &body.pos, &body.left, tag, len, mode), taken);
+    EXPECT_EQ(body.Consumed(), consumed);
+    EXPECT_EQ(body.pos, body.bytes.data() + consumed);
+    EXPECT_EQ(Value(store, tag), value);
+    EXPECT_EQ(log.Text().empty(), shown.empty());
+    const std::string head = shown.empty() ? "" : std::string("[MicroM] EFTPParsP [") + tag;
+    EXPECT_NE(log.Text().find(head), std::string::npos);
+    EXPECT_NE(log.Text().find(shown), std::string::npos) << log.Text();
     EXPECT_EQ(log.Text().find("4000001234567899"), std::string::npos);
-    EXPECT_EQ(row.tag == abisEFpln, log.Text().empty());
   }
 }
 
@@ -97,44 +87,28 @@ TEST(EFTPPars, AFieldThatTheStoreRefusesIsConsumed) {
   EXPECT_EQ(body.Consumed(), 3u);
 }
 
-const std::string kFixed = "1"
-                           "000000001000"
-                           "643"
-                           "20261121101530"
-                           "000000123456789"
-                           "632510004217"
-                           "00";
-
 TEST(EFTPPars, Response) {
-  const std::string card = "4000001234567899=2512" + kEsc;
-  struct {
-    const char* name;
-    std::string rest;
-    bool whole;
-    char out;
-    const char *pan, *expiry, *additional;
-  } const cases[] = {
-      {"all absent", kEsc + kEsc + kEsc + kEsc, true, '0', "-", "-", "-"},
-      {"card split", "A12345" + kEsc + card + "VISA" + kEsc + "OK" + kEsc, true, '0', "4000001234567899",
-       "2512", "-"},
-      {"not a track", kEsc + "40x0" + kEsc + kEsc + kEsc, true, '0', "40x0", "-", "-"},
-      {"no expiry date", kEsc + "4000001234567899=" + kEsc + kEsc + kEsc, true, '0', "4000001234567899", "-",
-       "-"},
-      {"60 bytes more", kEsc + kEsc + kEsc + kEsc + std::string(60, 'r'), true, '1', "-", "-", "rrr"},
-      {"61 bytes more", kEsc + kEsc + kEsc + kEsc + std::string(61, 'r'), false, '0', "-", "-", "-"},
-      {"cut off", kEsc + card + kEsc, false, '0', "-", "-", "-"},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
+  const std::string kFixed = "10000000010006432026112110153000000012345678963251000421700";
+  const std::string card = "4000001234567899=2512" + kEsc, esc2 = kEsc + kEsc, esc4 = esc2 + esc2;
+  // values: PAN, expiry date, the beginning of the additional data
+  typedef std::tuple<std::string, bool, char, std::string> Row;
+  for (const auto& [rest, whole, outcome, values] :
+       {Row{esc4, true, '0', "- - -"},
+        Row{"A12345" + kEsc + card + "VISA" + kEsc + "OK" + kEsc, true, '0', "4000001234567899 2512 -"},
+        Row{kEsc + "40x0" + kEsc + esc2, true, '0', "40x0 - -"}, // not a track
+        Row{kEsc + "4000001234567899=" + kEsc + esc2, true, '0', "4000001234567899 - -"},
+        Row{esc4 + std::string(60, 'r'), true, '1', "- - rrr"},
+        Row{esc4 + std::string(61, 'r'), false, '0', "- - -"},
+        Row{kEsc + card + kEsc, false, '0', "- - -"}}) {
     SqueezeT store;
-    Body body(kFixed + row.rest);
+    Body body(kFixed + rest);
     char out = '?';
-    EXPECT_EQ(EFTPParsPResp(&store, &body.pos, &body.left, &out), row.whole);
-    EXPECT_EQ(out, row.out);
+    EXPECT_EQ(EFTPParsPResp(&store, &body.pos, &body.left, &out), whole) << rest;
+    EXPECT_EQ(out, outcome) << rest;
     EXPECT_EQ(Value(store, abisTMmid), "000000123456789");
-    EXPECT_EQ(Value(store, abisTRpan), row.pan);
-    EXPECT_EQ(Value(store, abisTRedt), row.expiry);
-    EXPECT_EQ(Value(store, abisEFrad).substr(0, 3), row.additional);
+    EXPECT_EQ(Value(store, abisTRpan) + " " + Value(store, abisTRedt) + " " +
+                  Value(store, abisEFrad).substr(0, 3),
+              values);
   }
   for (size_t cut = 0; cut < kFixed.size(); ++cut) {
     SqueezeT store;
@@ -144,58 +118,42 @@ TEST(EFTPPars, Response) {
 }
 
 TEST(EFTPPars, InformationPrintLineAndRefusal) {
-  struct {
-    tEFTPWorkId layout;
-    std::string body;
-    int result; // a flag, or the work id of an information message
-    const char* head;
-    std::string rest;
-  } const rows[] = {
-      {eEFTPwidMsgInfo, "11" + std::string(36, 'd'), eEFTPwidRespInfo, "11", std::string(36, 'd')},
-      {eEFTPwidMsgInfo, "11" + std::string(37, 'd'), eEFTPwidNone, "11", "-"},
-      {eEFTPwidMsgInfo, "11", eEFTPwidRespInfo, "11", "-"},
-      {eEFTPwidMsgInfo, "12abc", eEFTPwidMsgInfo, "12", "abc"},
-      {eEFTPwidMsgInfo, "1", eEFTPwidNone, "-", "-"},
-      {eEFTPwidPrLine, "1Total", true, "1", "Total"},
-      {eEFTPwidPrLine, "0", true, "0", "-"},
-      {eEFTPwidPrLine, "", false, "-", "-"},
-      {eEFTPwidRubad, "09No connection", true, "09", "No connection"},
-      {eEFTPwidRubad, "09", true, "09", "-"},
-      {eEFTPwidRubad, "0", false, "-", "-"},
-  };
-  for (const auto& row : rows) {
+  // layout: information, line or refusal; result: a flag, or the work id of an information message
+  typedef std::tuple<char, std::string, int, const char*, std::string> Row;
+  const std::string date(36, 'd');
+  for (const auto& [layout, text, result, head, rest] :
+       {Row{'i', "11" + date, eEFTPwidRespInfo, "11", date},
+        Row{'i', "11" + date + "d", eEFTPwidNone, "11", "-"}, Row{'i', "11", eEFTPwidRespInfo, "11", "-"},
+        Row{'i', "12abc", eEFTPwidMsgInfo, "12", "abc"}, Row{'i', "1", eEFTPwidNone, "-", "-"},
+        Row{'l', "1Total", true, "1", "Total"}, Row{'l', "0", true, "0", "-"}, Row{'l', "", false, "-", "-"},
+        Row{'r', "09No connection", true, "09", "No connection"}, Row{'r', "09", true, "09", "-"},
+        Row{'r', "0", false, "-", "-"}}) {
     SqueezeT store;
-    Body body(row.body);
+    Body body(text);
     char out = '?';
-    bool info = row.layout == eEFTPwidMsgInfo, line = row.layout == eEFTPwidPrLine;
-    int result = info   ? int{EFTPParsPInfo(&store, &body.pos, &body.left)}
-                 : line ? EFTPParsPPrLine(&store, &body.pos, &body.left, &out)
-                        : EFTPParsPRubad(&store, &body.pos, &body.left);
-    EXPECT_EQ(result, row.result) << row.body;
-    EXPECT_EQ(Value(store, info ? abisEFitp : line ? abisEFsln : abisEFecd), row.head) << row.body;
-    EXPECT_EQ(Value(store, info ? abisEFidt : line ? abisEFpln : abisEFmsg), row.rest) << row.body;
-    EXPECT_EQ(out, !line ? '?' : row.result ? row.body[0] : '\0');
+    const bool info = layout == 'i', line = layout == 'l';
+    EXPECT_EQ(info   ? int{EFTPParsPInfo(&store, &body.pos, &body.left)}
+              : line ? EFTPParsPPrLine(&store, &body.pos, &body.left, &out)
+                     : EFTPParsPRubad(&store, &body.pos, &body.left),
+              result)
+        << text;
+    EXPECT_EQ(Value(store, info ? abisEFitp : line ? abisEFsln : abisEFecd), head) << text;
+    EXPECT_EQ(Value(store, info ? abisEFidt : line ? abisEFpln : abisEFmsg), rest) << text;
+    EXPECT_EQ(out, !line ? '?' : result ? text[0] : '\0');
   }
 }
 
 TEST(EFTPPars, PairValues) {
-  struct {
-    const char* tag;
-    long value;
-    tTypeFmtSource source;
-    const char* text;
-  } const cases[] = {
-      {abisTRtyp, 1, eTFSinternal, "0"},  {abisTRtyp, 5, eTFSa7, "304000"},
-      {abisTRtyp, 27, eTFSinternal, "N"}, {abisTRtyp, 0x105, eTFSinternal, "L"},
-      {abisTRtyp, 0, eTFSa7, ""},         {abisTRtyp, 28, eTFSa7, ""},
-      {abisTRtyp, -1, eTFSa7, ""},        {abisTRtyp, 1, eTFSnone, ""},
-      {abisTRenm, 10, eTFSa7, "9010"},    {abisTRenm, 2, eTFSa7, "9000"},
-      {abisTRenm, 1, eTFSa7, "0100"},     {abisTRenm, 1, eTFSinternal, ""},
-      {abisTRcnd, 4, eTFSa7, "59"},       {abisTRcnd, 0, eTFSa7, "00"},
-      {abisTRcnd, 5, eTFSa7, ""},         {abisTRamt, 1, eTFSa7, ""},
-  };
-  for (const auto& row : cases)
-    EXPECT_STREQ(GetPairValue(row.tag, &row.value, row.source), row.text) << row.tag << row.value;
+  typedef std::tuple<const char*, long, tTypeFmtSource, const char*> Row;
+  for (const auto& [tag, value, source, text] :
+       {Row{abisTRtyp, 1, eTFSinternal, "0"}, Row{abisTRtyp, 5, eTFSa7, "304000"},
+        Row{abisTRtyp, 27, eTFSinternal, "N"}, Row{abisTRtyp, 0x105, eTFSinternal, "L"},
+        Row{abisTRtyp, 0, eTFSa7, ""}, Row{abisTRtyp, 28, eTFSa7, ""}, Row{abisTRtyp, -1, eTFSa7, ""},
+        Row{abisTRtyp, 1, eTFSnone, ""}, Row{abisTRenm, 10, eTFSa7, "9010"},
+        Row{abisTRenm, 2, eTFSa7, "9000"}, Row{abisTRenm, 1, eTFSa7, "0100"},
+        Row{abisTRenm, 1, eTFSinternal, ""}, Row{abisTRcnd, 4, eTFSa7, "59"}, Row{abisTRcnd, 0, eTFSa7, "00"},
+        Row{abisTRcnd, 5, eTFSa7, ""}, Row{abisTRamt, 1, eTFSa7, ""}})
+    EXPECT_STREQ(GetPairValue(tag, &value, source), text) << tag << value;
   EXPECT_STREQ(GetPairValue(abisTRtyp, nullptr, eTFSa7), "");
 }
 

@@ -1,6 +1,7 @@
 // An allocator for trying what a store does with its memory: blocks lie at odd addresses between fences that
 // show any write outside, and it refuses when told to.
 #pragma once
+#include "EFTPMisc.h"
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -30,3 +31,13 @@ template<class T> struct OddAlloc {
     std::free(raw);
   }
 };
+
+typedef basic_squeezet<char, OddAlloc<char>> OddStore;
+
+// "A.B" = "1", "C" = 5, as drawn in squeezenode.h.
+inline OddStore Drawn() {
+  OddStore store(160, 0);
+  store.PutData("A.B", "1", 1);
+  store.PutLong("C", 5);
+  return store;
+}

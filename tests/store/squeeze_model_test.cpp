@@ -7,20 +7,13 @@
 
 namespace {
 
-typedef basic_squeezet<char, OddAlloc<char>> Store;
-
 struct Node {
   std::string tag, value;
   int type = eDTnode;
   std::vector<Node> kids;
-  uint64_t Nodes() const {
-    uint64_t n = 1;
-    for (const Node& kid : kids) n += kid.Nodes();
-    return n;
-  }
-  uint64_t Bytes() const {
-    uint64_t n = 2 + tag.size() + value.size();
-    for (const Node& kid : kids) n += kid.Bytes();
+  uint64_t Size() const { // of the records and blobs from here down
+    uint64_t n = 32 + 2 + tag.size() + value.size();
+    for (const Node& kid : kids) n += kid.Size();
     return n;
   }
 };
@@ -30,7 +23,7 @@ struct Model {
   Node top;
   uint64_t size, step, empty = 0;
 
-  uint64_t Used() const { return 32 * (top.Nodes() + empty) + top.Bytes() - 2; }
+  uint64_t Used() const { return top.Size() - 2 + 32 * empty; }
 
   // Takes a record and length bytes; what a refusal leaves behind is left behind here too.
   bool Take(uint64_t length, bool grow = true) {
@@ -70,25 +63,18 @@ struct Model {
     parent.kids.erase(parent.kids.begin() + (&kid - parent.kids.data()));
     empty = 0;
   }
-  Node* Find(const std::vector<std::string>& path, Node** ppoParent = nullptr) {
+  Node* Find(const std::vector<std::string>& path, Node** ppoParent) {
     Node* at = &top;
-    for (const std::string& tag : path) {
-      if (ppoParent) *ppoParent = at;
-      at = Child(*at, tag);
-      if (!at) return nullptr;
-    }
+    for (size_t i = 0; at && i < path.size(); ++i) at = Child(*(*ppoParent = at), path[i]);
     return at;
-  }
-  void Squeeze() {
-    empty = 0;
-    if (step != 0) size = Used();
   }
 };
 
-class Pair {
-public:
-  Pair(uint64_t nSize, uint64_t nStep, unsigned seed)
-      : oStore(nSize, nStep), oModel{{}, nSize, nStep}, random(seed) {}
+struct Pair {
+  OddStore oStore;
+  Model oModel;
+  std::mt19937 random;
+  std::string sValue, sTag;
 
   void Operation() {
     std::vector<std::string> path;
@@ -97,43 +83,30 @@ public:
       path.push_back(std::string(1 + random() % 2, static_cast<char>('a' + random() % 3)));
       dotted += (dotted.empty() ? "" : ".") + path.back();
     }
-    SSqueeze before = oStore.Find(dotted);
-    switch (random() % 16) {
-    default: {
-      SSqueeze id = oStore.PutData(dotted, value.data(), value.size());
-      ASSERT_EQ(id.ss_get() != nullptr, oModel.Put(path, value, eDTpdata)) << dotted;
-      ASSERT_EQ(oStore.GetData(before), eDTnull);
-      break;
-    }
-    case 0: {
-      long number = static_cast<long>(random());
-      SSqueeze id = oStore.PutLong(dotted, number);
-      ASSERT_EQ(id.ss_get() != nullptr, oModel.Put(path, {reinterpret_cast<char*>(&number), 8}, eDTlong))
-          << dotted;
-      break;
-    }
-    case 1:
-    case 2:
-    case 3: Delete(dotted, path); break;
-    case 4:
+    const unsigned kind = random() % 16;
+    if (kind < 4) return LookUp(dotted, path, kind != 0);
+    if (kind == 4) {
       oStore.mem_squeeze();
-      oModel.Squeeze();
-      break;
-    case 5: Lookup(dotted, path, before); break;
-    case 7: {
-      Store copy(oStore);
-      oStore = Store(32, 7);
+      oModel.empty = 0;
+      if (oModel.step != 0) oModel.size = oModel.Used();
+    } else if (kind == 5) {
+      OddStore copy(oStore);
+      oStore = OddStore(32, 7);
       oStore = copy;
-      break;
-    }
-    case 8: {
+    } else if (kind == 6) {
       auto* node = oStore.node_putdata(value.data(), value.size(), false);
       ASSERT_EQ(node != nullptr, oModel.Take(value.size(), false));
       bool keep = random() % 2;
       if (node) oStore.node_delete(node, keep);
       oModel.empty += node && keep;
-      break;
-    }
+    } else {
+      const bool number = kind == 7;
+      const long count = static_cast<long>(random());
+      if (number) value.assign(reinterpret_cast<const char*>(&count), sizeof count);
+      SSqueeze before = oStore.Find(dotted), id = number ? oStore.PutLong(dotted, count)
+                                                         : oStore.PutData(dotted, value.data(), value.size());
+      ASSERT_EQ(id.ss_get() != nullptr, oModel.Put(path, value, number ? eDTlong : eDTpdata)) << dotted;
+      ASSERT_EQ(oStore.GetData(before), eDTnull);
     }
   }
 
@@ -148,52 +121,41 @@ public:
     ASSERT_TRUE(zat::SqueezeCheck(oStore.pbBuffer, oStore.nBuffer, zat::eSCtags, &fault)) << fault.pccWhat;
   }
 
-private:
-  void Delete(const std::string& dotted, const std::vector<std::string>& path) {
-    Node* parent = nullptr;
-    Node* kid = oModel.Find(path, &parent);
-    auto* node = oStore.FindEx(dotted, nullptr, true);
-    ASSERT_EQ(node != nullptr, kid != nullptr) << dotted;
-    if (!node) return;
-    oStore.node_deleteall(node);
-    oModel.Erase(*parent, *kid);
-  }
-
-  void Lookup(const std::string& dotted, const std::vector<std::string>& path, SSqueeze id) {
-    Node* kid = oModel.Find(path);
+  void LookUp(const std::string& dotted, const std::vector<std::string>& path, bool erase) {
+    SSqueeze id = oStore.Find(dotted);
+    Node *parent = nullptr, *kid = oModel.Find(path, &parent);
     ASSERT_EQ(oStore.GetData(id, &sValue, &sTag), kid ? kid->type : int{eDTnull}) << dotted;
-    auto* first = oStore.node_get(oStore.prop_GetFirst());
-    ASSERT_EQ(oStore.Searcher(oStore.prop_GetFirst() != 0 ? first : nullptr, dotted, false), id.ss_get());
+    auto* first = oStore.prop_GetFirst() != 0 ? oStore.node_get(oStore.prop_GetFirst()) : nullptr;
+    ASSERT_EQ(oStore.Searcher(first, dotted, false), id.ss_get());
+    if (!kid || !erase) return;
+    oStore.node_deleteall(oStore.FindEx(dotted, nullptr, true));
+    oModel.Erase(*parent, *kid);
   }
 
   bool Same(uint64_t number, const std::vector<Node>& chain) {
     for (const Node& kid : chain) {
       auto* node = number != 0 ? oStore.node_get(number) : nullptr;
       if (!node || oStore.GetDataEx(node, &sValue, &sTag) != kid.type || sTag != kid.tag ||
-          sValue != kid.value)
+          sValue != kid.value || !Same(oStore.prop_GetDown(node), kid.kids))
         return false;
-      if (!Same(oStore.prop_GetDown(node), kid.kids)) return false;
       number = oStore.prop_GetRight(node);
     }
     return number == 0;
   }
-
-  Store oStore;
-  Model oModel;
-  std::mt19937 random;
-  std::string sValue, sTag;
 };
 
-struct Shape {
-  const char* name;
-  uint64_t size, step;
-};
+// A store's first size and its step: growing, by bytes, at odd sizes; and fixed, tiny or running full.
+typedef std::pair<uint64_t, uint64_t> Shape;
 class SqueezeModel : public testing::TestWithParam<Shape> {};
+INSTANTIATE_TEST_SUITE_P(OddStores, SqueezeModel,
+                         testing::Values(Shape{256, 256}, Shape{32, 1}, Shape{77, 51}, Shape{150, 0},
+                                         Shape{900, 0}));
 
 TEST_P(SqueezeModel, AgreesStepByStep) {
   zat::SqueezeGuard::fEnabled = false; // every step is checked below
   for (unsigned seed = 1; seed <= 4 && !HasFatalFailure(); ++seed) {
-    Pair pair(GetParam().size, GetParam().step, seed);
+    const auto [size, step] = GetParam();
+    Pair pair{OddStore(size, step), {{}, size, step}, std::mt19937(seed), "", ""};
     for (int i = 0; i < 10000 && !HasFatalFailure(); ++i) {
       pair.Operation();
       pair.Compare();
@@ -203,11 +165,5 @@ TEST_P(SqueezeModel, AgreesStepByStep) {
   EXPECT_FALSE(OddMemory::fBroken);
   EXPECT_EQ(OddMemory::nLive, 0u);
 }
-
-INSTANTIATE_TEST_SUITE_P(Stores, SqueezeModel,
-                         testing::Values(Shape{"Growing", 256, 256}, Shape{"GrowingByBytes", 32, 1},
-                                         Shape{"GrowingOdd", 77, 51}, Shape{"FixedTiny", 150, 0},
-                                         Shape{"FixedRunningFull", 900, 0}),
-                         [](const auto& o) { return std::string(o.param.name); });
 
 } // namespace
