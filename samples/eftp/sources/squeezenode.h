@@ -59,6 +59,7 @@
 #pragma once
 #include "ssqueeze.h"
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -162,6 +163,14 @@ public:
     for (size_t i = 0; i < oTag.size(); ++i)
       nKey |= uint64_t{static_cast<unsigned char>(oTag[i])} << 8 * (i + 1);
     nMask = ~uint64_t{0} >> 8 * (sizeof nMask - 1 - oTag.size());
+  }
+
+  // What MayMatch reads from a blob's place on: the type, and the word that is compared.
+  static constexpr uint64_t kRead = 1 + sizeof(uint64_t);
+
+  // False when the bytes at a blob's place are not those of this tag. True says nothing yet.
+  bool MayMatch(const void* pvBlob) const {
+    return ((zat::GetWord(pvBlob, offsetof(tHeader, oTagLen)) ^ nKey) & nMask) == 0;
   }
 
   // Whether the blob of nBlob bytes has this tag; nReadable bytes can be read from its begin on, no fewer

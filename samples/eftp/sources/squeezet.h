@@ -131,11 +131,23 @@ template<class T, class A> std::string_view basic_squeezet<T, A>::Cut(std::strin
 template<class T, class A>
 auto basic_squeezet<T, A>::Sibling(size_type nNumber, const zat::TagKey& oKey, size_type* pnPrev,
                                    size_type* pnLeft) -> size_type {
-  for (size_type end = this->TableEnd(); nNumber != 0 && nNumber < end && *pnLeft != 0; --*pnLeft) {
-    if (HasTag(this->At(nNumber), oKey)) return nNumber;
-    *pnPrev = std::exchange(nNumber, this->prop_GetRight(this->At(nNumber)));
+  // Half the time of a search is spent here, so what does not change is kept in local variables, and a node is
+  // looked at closely only when the bytes at its blob's place are those of the tag.
+  const size_type end = this->TableEnd(), quick = this->nBuffer - std::min(this->nBuffer, zat::TagKey::kRead);
+  const zat::TagKey key = oKey;
+  size_type prev = *pnPrev, left = *pnLeft, found = 0;
+  for (; nNumber != 0 && nNumber < end && left != 0; --left) {
+    const tNode* node = this->At(nNumber);
+    const size_type offset = this->prop_GetDataOfs(node);
+    if ((offset >= quick || key.MayMatch(this->pbBuffer + offset)) && HasTag(node, oKey)) {
+      found = nNumber;
+      break;
+    }
+    prev = std::exchange(nNumber, this->prop_GetRight(node));
   }
-  return 0;
+  *pnPrev = prev;
+  *pnLeft = left;
+  return found;
 }
 
 // What SearcherUni does for a path, but by comparing directly and cutting each component once. A level that
