@@ -311,6 +311,11 @@ void zat::FreeBriefLock(const char* pccName, int iFd) {
   errno = code;
 }
 
+bool holdsflock(const char* pccName) {
+  struct stat info = {};
+  return lstat(Given(pccName), &info) == 0 && oLocks.Ours(IdOf(info));
+}
+
 int isflock(const char* pccName) {
   int fd = open(Given(pccName), O_RDWR | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (fd >= 0) close(fd);

@@ -82,6 +82,9 @@ void FreeBriefLock(const char* pccName, int iFd);
 
 } // namespace zat
 
+// True when this very process holds the lock on the file of this name.
+bool holdsflock(const char* pccName);
+
 // 1 when the file exists and cannot be opened for writing, else 0. It tells nothing of the flock of another process:
 // it is how an updater, by an unwritable file, says that an installation is under way.
 int isflock(const char* pccName);
