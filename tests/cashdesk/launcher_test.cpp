@@ -142,13 +142,19 @@ TEST(LauncherLimit, AnInstallationThatCannotBeLockedGivesUpInSevenSeconds) {
   EXPECT_EQ(till.Answer(), Message("5X", "X8Невозможно запустить MicroM"_1251));
 }
 
-// The object executed as a file is the launcher: it starts the module with its own arguments.
+// The object executed as a file is the launcher: it finds its installation however it was called, and starts the module
+// with its own arguments.
 TEST(Launcher, RunsAsAProgram) {
   Installation site(ZAT_SCRIPTED_MODULE);
   site.Put("module.script", "args\n");
-  std::string command = "cd " + (site / "BIN") + " && ZAT_L_LEVEL=H ./libzat_ms.so - '\"/etc/x\"' 007";
-  EXPECT_EQ(system(command.c_str()), 0);
-  EXPECT_EQ(site.Get("module.got"), (site / "BIN/zat_mm") + "\n-\n/etc/x\n007\n");
+  for (const char* call : {"cd BIN && ./libzat_ms.so", "BIN/.//./libzat_ms.so", "PATH=$PWD/BIN libzat_ms.so",
+                           "PATH=BIN libzat_ms.so", "cd / && \"$OLDPWD/BIN/libzat_ms.so\""}) {
+    site.Put("module.got", "");
+    std::string command = "export ZAT_L_LEVEL=H; cd " + (site / "") + " && " + call + " - '\"/etc/x\"' 007";
+    EXPECT_EQ(system(command.c_str()), 0) << call;
+    for (int i = 0; i < 500 && site.Get("module.got").find("007\n") == std::string::npos; ++i) usleep(10000);
+    EXPECT_EQ(site.Get("module.got"), (site / "BIN/zat_mm") + "\n-\n/etc/x\n007\n") << call;
+  }
   EXPECT_THAT(site.Log(), HasSubstr("[MicroS] Put lock: " + (site / "cid7.lck")));
 }
 
