@@ -133,6 +133,20 @@ TEST(Logger, ALineIsNeverLostToALock) {
   waitpid(holder, nullptr, 0);
 }
 
+// There is nobody to wait for when the lock file cannot be made at all (here a directory stands in its place).
+TEST(Logger, ALockThatCannotBeHadCostsNoTime) {
+  Scratch dir;
+  ASSERT_EQ(chdir((dir / "").c_str()), 0);
+  std::filesystem::create_directories(dir / "test.log.lck/x");
+  tTicks start = TicksGet();
+  SLogger log((dir / "test.log").c_str(), false);
+  log.Write(200, "one");
+  log.Write(200, "two");
+  EXPECT_FALSE(TicksEnd(start, 900));
+  EXPECT_THAT(dir.Get("test.log"), testing::ContainsRegex("one\r\n.*two\r\n"));
+  EXPECT_NE(dir.Get("zat_expt.log").find("skip block log"), std::string::npos);
+}
+
 TEST(Logger, ADeadOneIsRecognisedAndNoted) {
   Scratch dir;
   ASSERT_EQ(chdir((dir / "").c_str()), 0);

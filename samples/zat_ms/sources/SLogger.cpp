@@ -1,10 +1,10 @@
 #include "SLogger.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ constexpr long kDefaultMegabytes = 15;
 constexpr long kMegabyteModulus = 11; // see ConfiguredLimit
 constexpr tTicks kOpenLockMs = 1000;
 constexpr tTicks kWriteLockMs = 60000;
-constexpr tTicks kWriteLockLostMs = 50;
+constexpr tTicks kNoLockMs = 50;  // when there is nobody to wait for, or was not the last time
 constexpr size_t kBackupMark = 5; // the backup name differs in its fifth character from the end
 constexpr int kRawPrefixLevel = 50;
 constexpr uintptr_t kFirstPage = 4096;
@@ -54,6 +54,17 @@ void AppendFormatted(tString& line, const char* fmt, va_list args) {
   va_end(again);
 }
 
+void AppendHex(tString& text, const char* data, int length) {
+  for (int i = 0; i < length; ++i) {
+    char digits[3];
+    if (snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(data[i])) != 2) {
+      text += "!(^_^)!"; // a dump that goes wrong says so where it stops
+      break;
+    }
+    text += digits;
+  }
+}
+
 // "2026-11-21 14.03.59 {0000ABCD}", with which every line of both logs begins.
 tString LineStart() {
   time_t now = time(nullptr);
@@ -67,7 +78,7 @@ tString LineStart() {
 }
 
 // Opens for appending above the standard descriptors: a host that closed its standard output must not find our
-// log in its place.
+// log in its place. Unbuffered: a line goes out in one write, whole even where no lock guards it.
 FILE* OpenAppending(const char* name, bool clear) {
   int fd = ::open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | (clear ? O_TRUNC : 0), 0666);
   if (fd >= 0 && fd < kFirstFreeDescriptor) {
@@ -76,7 +87,10 @@ FILE* OpenAppending(const char* name, bool clear) {
     fd = above;
   }
   FILE* stream = fd < 0 ? nullptr : fdopen(fd, "a");
-  if (!stream && fd >= 0) ::close(fd);
+  if (stream)
+    setvbuf(stream, nullptr, _IONBF, 0);
+  else if (fd >= 0)
+    ::close(fd);
   return stream;
 }
 
@@ -95,7 +109,7 @@ bool IsObjectAddress(const void* pvSelf) {
 
 SLogger::SLogger()
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), iLock(-1) {
+      fLockLost(false) {
   tString path;
   DetectLocDir("[GSLog]", path);
   tString home = path;
@@ -112,7 +126,7 @@ SLogger::SLogger()
 
 SLogger::SLogger(const char* pcFName, bool fClear)
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), iLock(-1) {
+      fLockLost(false) {
   open(pcFName, fClear);
 }
 
@@ -135,43 +149,49 @@ void SLogger::open(const char* pcFName, bool fClear) {
 
 void SLogger::CheckSize(const char* pcFName) {
   if (strlen(pcFName) < kBackupMark || fdpresent(pcFName) == 0) return; // nothing that has a backup name
-  if (TakeLock(kOpenLockMs)) {
-    Rotate(pcFName);
-    FreeLock();
+  tString backup = pcFName;
+  backup[backup.size() - kBackupMark] = '2';
+  int lock = TakeLock(kOpenLockMs);
+  if (lock >= 0) {
+    Rotate(pcFName, backup.c_str());
+    FreeLock(lock);
   } else {
     AppendToFLog(nullptr, "Can`t lock '%s' - skip log checksize", oFLockN.c_str());
   }
 }
 
-void SLogger::Rotate(const char* pcFName) {
-  tString backup = pcFName;
-  backup[backup.size() - kBackupMark] = '2';
-  if (backup == pcFName || fgetsize(pcFName) <= ulMSize) return;
-  fremove(backup.c_str());
+void SLogger::Rotate(const char* pcFName, const char* pcBackup) const {
+  if (strcmp(pcBackup, pcFName) == 0 || fgetsize(pcFName) <= ulMSize) return;
+  fremove(pcBackup);
   // A failed rename leaves the large file where it is: a log that grows is better than one that is lost.
-  if (frename(pcFName, backup.c_str()) == 0) fremove(pcFName);
+  if (frename(pcFName, pcBackup) == 0) fremove(pcFName);
 }
 
-bool SLogger::TakeLock(tTicks iMsWait) {
-  iLock = zat::TakeBriefLock(oFLockN.c_str());
-  if (iLock >= 0) return true;
+// The descriptor that holds the log's lock, or -1 when it was not to be had in time.
+int SLogger::TakeLock(tTicks iMsWait) const {
   tTicks start = TicksGet();
   zat::Pauses pauses;
-  while (iLock < 0 && !TicksEnd(start, iMsWait)) {
+  errno = 0;
+  int lock = zat::TakeBriefLock(oFLockN.c_str());
+  while (lock < 0) {
+    // Only a lock that somebody holds is worth the whole wait. One that cannot be had at all (a full disk, a directory
+    // without the right to write, no descriptor left) would keep the till waiting for nobody.
+    bool held = errno == EWOULDBLOCK;
+    if (TicksEnd(start, held ? iMsWait : std::min(iMsWait, kNoLockMs))) break;
     pauses.Next();
-    iLock = zat::TakeBriefLock(oFLockN.c_str());
+    errno = 0;
+    lock = zat::TakeBriefLock(oFLockN.c_str());
   }
-  return iLock >= 0;
+  return lock;
 }
 
 // Freed even when it was not ours: a lock file that outlived its writer goes away with the first line that could not
 // wait for it, so that the lines after it do not wait again.
-void SLogger::FreeLock() {
+void SLogger::FreeLock(int iLock) const {
   if (iLock >= 0)
     zat::FreeBriefLock(oFLockN.c_str(), iLock);
   else
     remflock(oFLockN.c_str());
-  iLock = -1;
 }
 
 void SLogger::close() {
@@ -198,34 +218,35 @@ void SLogger::Write(int lvl, const char* fmt, ...) {
 
 void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
   if (!Wants(lvl)) return;
-  fLockLost = !TakeLock(fLockLost ? kWriteLockLostMs : kWriteLockMs);
+  int lock = TakeLock(fLockLost ? kNoLockMs : kWriteLockMs);
+  fLockLost = lock < 0;
   if (fLockLost) AppendToFLog(nullptr, "Can`t lock '%s' - skip block log", oFLockN.c_str());
-
-  tString line = LineStart();
-  if (iLvl <= kRawPrefixLevel) line += " L[" + std::to_string(iLvl) + ":" + std::to_string(lvl) + "]";
-  line += " : ";
-  AppendFormatted(line, fmt, args);
-  line += "\r\n";
-  fwrite(line.data(), 1, line.size(), poOut); // a full disk loses the line: there is nowhere left to say so
-  fflush(poOut);
-  FreeLock();
+  try {
+    tString line = LineStart();
+    if (iLvl <= kRawPrefixLevel) line += " L[" + std::to_string(iLvl) + ":" + std::to_string(lvl) + "]";
+    line += " : ";
+    AppendFormatted(line, fmt, args);
+    line += "\r\n";
+    fwrite(line.data(), 1, line.size(), poOut); // a full disk loses the line: there is nowhere left to say so
+    fflush(poOut);
+  } catch (...) { // no memory loses it too, but neither the lock below nor the payment that the line tells of
+  }
+  FreeLock(lock);
 }
 
 void SLogger::Data(int lvl, const char* msg, const char* pcData, int iLen, bool fBinary) {
   if (iLen <= 0 || !Wants(lvl)) return;
-  tString text = msg;
-  text.reserve(text.size() +
-               static_cast<size_t>(iLen) * (fBinary ? 2 : 1)); // no copies left behind by growing
-  if (!fBinary) text.append(pcData, static_cast<size_t>(iLen));
-  for (int i = 0; fBinary && i < iLen; ++i) {
-    char digits[3];
-    if (snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(pcData[i])) != 2) {
-      text += "!(^_^)!"; // a dump that goes wrong says so where it stops
-      break;
-    }
-    text += digits;
+  try {
+    tString text = msg;
+    text.reserve(text.size() +
+                 static_cast<size_t>(iLen) * (fBinary ? 2 : 1)); // no copies left behind by growing
+    if (fBinary)
+      AppendHex(text, pcData, iLen);
+    else
+      text.append(pcData, static_cast<size_t>(iLen));
+    Write(lvl, "%s", text.c_str());
+  } catch (...) { // no memory: the line is lost
   }
-  Write(lvl, "%s", text.c_str());
 }
 
 void PutGlobLogLevel(char cLevel) {
@@ -252,13 +273,16 @@ void SetGlobLogLevel(SLogger* poLog) {
 bool AppendToFLog(const char* pccFName, const char* fmt, ...) {
   FILE* stream = OpenAppending(pccFName ? pccFName : "zat_expt.log", false);
   if (!stream) return false;
-  tString line = LineStart() + " : ";
+  bool written = false;
   va_list args;
   va_start(args, fmt);
-  AppendFormatted(line, fmt, args);
+  try {
+    tString line = LineStart() + " : ";
+    AppendFormatted(line, fmt, args);
+    line += "\r\n";
+    written = fwrite(line.data(), 1, line.size(), stream) == line.size();
+  } catch (...) { written = false; }
   va_end(args);
-  line += "\r\n";
-  bool written = fwrite(line.data(), 1, line.size(), stream) == line.size();
   return fclose(stream) == 0 && written;
 }
 
@@ -288,13 +312,13 @@ SLogger* poGSLog = nullptr;
 
 namespace {
 
-// Makes the global logger when the object is loaded and ends it when it is unloaded. Running out of memory there
-// leaves the object silent rather than stopping the host's start.
+// Makes the global logger when the object is loaded and ends it when it is unloaded. Whatever goes wrong there leaves the
+// object silent rather than stopping the host's start.
 struct AutoInit {
   AutoInit() {
     try {
       poGSLog = new SLogger;
-    } catch (const std::bad_alloc&) { poGSLog = nullptr; }
+    } catch (...) { poGSLog = nullptr; }
   }
   ~AutoInit() {
     if (SLogger::ItIsMe(poGSLog)) delete poGSLog;

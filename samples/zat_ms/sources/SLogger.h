@@ -20,7 +20,6 @@ struct SLogger {
   unsigned long ulMSize; // bytes beyond which open moves the file to its backup name
   void* pvSelfForCheck;  // this object's own address while it lives
   bool fLockLost;        // the last wait for the lock failed: until one succeeds, lines wait only briefly
-  int iLock;             // the descriptor that holds the lock while a line is written, else -1
 
   // The configured global logger: reads micromgl.cfg of the installation and opens the log named there (key
   // LOGFILE of section ENV), by default zat_comm.log beside the object. Without a configuration file there is no
@@ -51,7 +50,9 @@ struct SLogger {
   static bool ItIsMe(void* pvSelf, int id = 0);
 
   // One line: local time, process id, the text formatted as by printf, carriage return and line feed. Waits up to
-  // 60 s for the log's lock and then writes without it: a line is never lost to a lock that nobody frees.
+  // 60 s for a lock that another writer holds, 50 ms for one that cannot be had at all, and then writes without it,
+  // which is noted in the exception log: a line is never lost to a lock that nobody frees. After one such wait the next
+  // lines wait 50 ms, until a lock succeeds again. Never throws: without memory the line is lost.
   void Write(int lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
   void WriteV(int lvl, const char* fmt, va_list args) __attribute__((format(printf, 3, 0)));
 
@@ -64,9 +65,9 @@ struct SLogger {
 
 private:
   void CheckSize(const char* pcFName);
-  void Rotate(const char* pcFName);
-  bool TakeLock(tTicks iMsWait);
-  void FreeLock();
+  void Rotate(const char* pcFName, const char* pcBackup) const;
+  int TakeLock(tTicks iMsWait) const;
+  void FreeLock(int iLock) const;
 };
 
 // The level letter travels in the environment variable ZAT_L_LEVEL, so that the programs started by the object
