@@ -144,8 +144,10 @@ int SysExec(const char* pccFile, int* piOrg) {
 void* SysCallBegin(const char* pccStr) {
   ProcessHandle* handle = new (std::nothrow) ProcessHandle{};
   if (!handle) return nullptr;
+  errno = 0;
   handle->iArgC = ParsCdmLine(pccStr, handle->mpcArgV, kArguments);
-  handle->iPId = Start(handle->mpcArgV);
+  // A word that found no memory is missing: a program with other arguments than asked for is not started.
+  handle->iPId = errno == ENOMEM ? -1 : Start(handle->mpcArgV);
   if (handle->iPId < 0) {
     Free(handle);
     handle = nullptr;

@@ -22,7 +22,7 @@ int SysExec(const char* pccFile, int* piOrg = nullptr);
 // first being the program's path; quoted words keep their quotes. Environment, working directory, and every descriptor
 // that is not close-on-exec are inherited; signals have their default meaning in the child, whatever the host does
 // with them, and none is blocked. The program is the first of a session of its own, out of reach of Ctrl-C on the
-// till's terminal. A handle for SysCallEnd, owned by the caller; null when no process could be made. A program that
+// till's terminal. A handle for SysCallEnd, owned by the caller; null when no process could be made or memory is out. A program that
 // cannot be executed, or an empty line, still gives a handle, and ends with status 255.
 void* SysCallBegin(const char* pccStr);
 

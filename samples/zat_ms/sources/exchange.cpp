@@ -1,6 +1,7 @@
 #include "exchange.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "SLogger.h"
@@ -31,6 +32,13 @@ bool ModuleEnded(void* handle) { return SysCallEnded(handle, nullptr); }
 
 const char* Bytes(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
 
+void LogMasked(const char* title, const unsigned char* message, int length) {
+  if (!GSWants(150)) return;
+  WipedText copy(message, static_cast<size_t>(length));
+  MaskForLog(copy);
+  GSData(150, title, copy.oText.data(), length);
+}
+
 } // namespace
 
 Exchange::Exchange(MicroSMan& oSelf, char* pchIn, char* pchOut, FUN_IDLE pfIdle, void* pvData)
@@ -40,9 +48,17 @@ Exchange::Exchange(MicroSMan& oSelf, char* pchIn, char* pchOut, FUN_IDLE pfIdle,
   GSLog(100, "[eftp_do] block break func");
 }
 
+Exchange::~Exchange() { Leave(); }
+
+void Exchange::Leave() {
+  if (inside) --self.iIn;
+  inside = false;
+}
+
 int Exchange::Run() {
   int state = static_cast<int>(self.oSts) << 16;
   ++self.iIn;
+  inside = true;
   if (self.iIn != 1) return Close(state | eEFTEinuse);
   err = Steps();
   if (early) return RefuseEarly();
@@ -52,7 +68,7 @@ int Exchange::Run() {
 
 // The end of every call but a refusal for its time: the pause until the next request begins now.
 int Exchange::Close(int result) {
-  --self.iIn;
+  Leave();
   self.oTOmg.ModLocalTO(err == eEFTEfiner);
   self.oTOmg.SetReqTC();
   GSLog(100, "[eftp_do] out: %d", result);
@@ -93,7 +109,7 @@ int Exchange::RefuseEarly() {
   EFTPMakeHeader(block, eEFTPwidRubad, &id, &text);
   if (out) memcpy(out, block.data(), block.size());
   GSLog(150, "[MicroS] Not excerpt REQTO==%d!", static_cast<int>(self.oTOmg.lReqTOlimW));
-  --self.iIn;
+  Leave();
   int result = static_cast<int>(self.oSts) << 16 | eEFTEfiner;
   GSLog(100, "[eftp_do] skip: %d", result);
   return changeRet(&self, out, result);
@@ -128,12 +144,11 @@ tEFTErr Exchange::SendRequest() {
   if (!ready) return eEFTEupip;
   if (!in) return eEFTEnone;
   int length = dataLength + kHeader;
-  self.oUP.WriteBlock(in, length,
-                      UnnamedPipes::eBTver0); // a module that did not get it will not answer either
-  if (GSWants(150)) {
-    WipedText copy(reinterpret_cast<unsigned char*>(in), static_cast<size_t>(length));
-    MaskForLog(copy);
-    GSData(150, "[MicroS] WriteBlock: ", copy.oText.data(), length);
+  // Its result does not matter: a module that did not get the request will not answer either.
+  self.oUP.WriteBlock(in, length, UnnamedPipes::eBTver0);
+  try {
+    LogMasked("[MicroS] WriteBlock: ", reinterpret_cast<unsigned char*>(in), length);
+  } catch (...) { // no memory for the log's copy: the request is under way all the same
   }
   return eEFTEnone;
 }
@@ -148,7 +163,10 @@ tEFTErr Exchange::AwaitBlock() {
   memset(self.mucBUF + blockLength, 0, sizeof self.mucBUF - static_cast<size_t>(blockLength));
   tString blockId;
   tEFTErr code = EFTePars(reinterpret_cast<char*>(self.mucBUF), workId, blockId, nullptr);
-  LogBlock();
+  try {
+    LogBlock();
+  } catch (...) { // no memory: what the log loses must not be lost to the till
+  }
   if (code != eEFTEnone) return Finish();
   return HandOver();
 }
@@ -201,10 +219,8 @@ void Exchange::LogBlock() {
       GSLog(150, "[MicroS] Last Print Line N: %d", static_cast<int>(self.oPLlog.size()));
   } else if (workId >= eEFTPwidRfok && workId <= eEFTPwidRhldrq) {
     GSLog(150, "[MicroS] ReadBlock: %c-%c", block[0], block[1]);
-  } else if (GSWants(150)) {
-    WipedText copy(block, static_cast<size_t>(blockLength));
-    MaskForLog(copy);
-    GSData(150, "[MicroS] ReadBlock: ", copy.oText.data(), blockLength);
+  } else {
+    LogMasked("[MicroS] ReadBlock: ", block, blockLength);
   }
 }
 
@@ -223,9 +239,9 @@ void Exchange::LogFinDay() {
   size_t count = self.oPLlog.size();
   size_t shown = std::min(kFinDayLines, count);
   for (size_t k = shown; k > 0; --k) {
-    tString title =
-        "[MicroS] : FinDay PL " + std::to_string(count - shown + k) + "/" + std::to_string(count) + ": ";
-    GSData(150, title.c_str(), self.oPLlog.top().data(), static_cast<int>(self.oPLlog.top().size()));
+    char title[64];
+    snprintf(title, sizeof title, "[MicroS] : FinDay PL %zu/%zu: ", count - shown + k, count);
+    GSData(150, title, self.oPLlog.top().data(), static_cast<int>(self.oPLlog.top().size()));
     WipeText(self.oPLlog.top());
     self.oPLlog.pop();
   }

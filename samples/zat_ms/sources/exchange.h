@@ -8,8 +8,12 @@ class Exchange {
 public:
   // The arguments of eftp_do; oSelf has passed its check. pfIdle is dropped when the settings do not allow a break.
   Exchange(MicroSMan& oSelf, char* pchIn, char* pchOut, FUN_IDLE pfIdle, void* pvData);
+  ~Exchange();
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
 
-  // The whole call after the handle check: what eftp_do returns. Raises and lowers the session's call counter.
+  // The whole call after the handle check: what eftp_do returns. The session's call counter is raised meanwhile, and
+  // lowered on every way out, an exception included.
   int Run();
 
 private:
@@ -29,6 +33,7 @@ private:
   void LogFinDay();
   tEFTErr Finish();
   int Close(int result);
+  void Leave();
 
   MicroSMan& self;
   char* in;
@@ -40,6 +45,7 @@ private:
   tString id;
   int dataLength = 0;
   int blockLength = 0; // bytes of self.mucBUF that came from the module
+  bool inside = false; // this call is counted in self.iIn
   bool early = false;  // refused because the pause since the last request is not over
 };
 

@@ -91,6 +91,22 @@ tProcECode Pass(MicroSGlData_tag* poMSGD, bool* pfAgain) {
   return code;
 }
 
+// Frees what a pass holds when an exception ends it: nobody may be left waiting for a lock whose holder lives on.
+void ReleaseAll(MicroSGlData_tag* poMSGD) {
+  for (const tString* lock : {&poMSGD->oUpdtLck, &poMSGD->oMainLck, &poMSGD->oFLS.oFNameL})
+    if (holdsflock(lock->c_str())) Release(*lock);
+  poMSGD->oFLS.uLock = 0;
+}
+
+tProcECode GuardedPass(MicroSGlData_tag* poMSGD, bool* pfAgain) {
+  try {
+    return Pass(poMSGD, pfAgain);
+  } catch (...) {
+    ReleaseAll(poMSGD);
+    throw;
+  }
+}
+
 } // namespace
 
 MicroSGlData_tag::MicroSGlData_tag()
@@ -135,7 +151,7 @@ tProcECode MonoS(int argc, char** argv, MicroSGlData_tag* poMSGD) {
   while (again) {
     again = false;
     // After an installation the same budget goes on: with no time left there is no start on this call.
-    code = TakeLocks(poMSGD) ? Pass(poMSGD, &again) : ePECtout;
+    code = TakeLocks(poMSGD) ? GuardedPass(poMSGD, &again) : ePECtout;
   }
   if (!ciIsDLL) GSLog(150, "[MicroS] Finished: %d", code);
   return code;
@@ -150,7 +166,7 @@ tProcECode DoAuth(MicroSGlData_tag* poMSGD) {
 }
 
 int DoAuthB(MicroSGlData_tag* poMSGD) {
-  tString lock = poMSGD->oRPath + pccCIdLPref + poMSGD->oCIdS + pccCIdLPosf;
+  const tString& lock = poMSGD->oCIdLck = poMSGD->oRPath + pccCIdLPref + poMSGD->oCIdS + pccCIdLPosf;
   // The module inherits the lock's descriptor: the id stays taken while the module lives, even when the till dies.
   bool taken = tryflock(lock.c_str(), true) == 0;
   poMSGD->fLockCID = poMSGD->fLockCID || taken;
@@ -166,9 +182,8 @@ int DoAuthE(MicroSGlData_tag* poMSGD) {
   if (poMSGD->pvExHandle) SysCallEnd(poMSGD->pvExHandle);
   poMSGD->pvExHandle = nullptr;
   if (poMSGD->fLockCID) {
-    tString lock = poMSGD->oRPath + pccCIdLPref + poMSGD->oCIdS + pccCIdLPosf;
-    remflock(lock.c_str());
-    GSLog(150, "[MicroS] Rem lock [I]: %s", lock.c_str());
+    remflock(poMSGD->oCIdLck.c_str());
+    GSLog(150, "[MicroS] Rem lock [I]: %s", poMSGD->oCIdLck.c_str());
     poMSGD->fLockCID = false;
   }
   return 0;

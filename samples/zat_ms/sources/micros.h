@@ -35,6 +35,7 @@ struct MicroSGlData_tag {
   bool fLockCID;     // this state holds its client-id lock
   FListStorage oFLS; // the version list
   void* pvExHandle;  // process handle of the started module; null when none runs
+  tString oCIdLck;   // client-id lock; kept, because giving it back must not fail for want of memory
 
   MicroSGlData_tag();
 
@@ -72,7 +73,7 @@ tProcECode DoAuth(MicroSGlData_tag* poMSGD);
 int DoAuthB(MicroSGlData_tag* poMSGD);
 
 // Waits for the module to end, without limit and without ever sending it a signal, since it may be in the middle of
-// a payment; then frees the client-id lock. Does nothing when no module runs. Always 0.
+// a payment; then frees the client-id lock. Does nothing when no module runs. Always 0, and never throws.
 int DoAuthE(MicroSGlData_tag* poMSGD);
 
 extern MicroSGlData_tag oMSGD; // the stand-alone launcher's state

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
+#include <exception>
+
+#include <cxxabi.h>
+#include <pthread.h>
 
 #include "SLogger.h"
 #include "cp1251.h"
@@ -61,7 +64,10 @@ const tMesgRm MesgRet[11] = {
 void LogBaseClear(ptLogBase poLogBase) {
   if (!poLogBase || poLogBase->empty()) return;
   for (; !poLogBase->empty(); poLogBase->pop()) zat::WipeText(poLogBase->top());
-  tLogBase().swap(*poLogBase); // the stack itself would keep its blocks of memory
+  try {
+    tLogBase().swap(*poLogBase); // the stack itself would keep its blocks of memory
+  } catch (...) {                // and without memory for a new one it does
+  }
 }
 
 // --- The pause between requests ---------------------------------------------------------------------------------
@@ -119,6 +125,7 @@ MicroSMan::MicroSMan(const char* szConfigPath)
 
 MicroSMan::~MicroSMan() {
   ForgetSelf(&pvSelfForCheck);
+  LogBaseClear(&oPLlog);
   explicit_bzero(mucBUF, sizeof mucBUF);
 }
 
@@ -147,7 +154,26 @@ int Do(void* pvSelf, char* pchInBuffer, char* pchOutBuffer, FUN_IDLE pfIdle, voi
   return zat::Exchange(man, pchInBuffer, pchOutBuffer, pfIdle, pvData).Run();
 }
 
-// Memory ran out in the middle of a call. Whether the request went out is not known any more, so the till learns of
+// What every call of a till begins and ends with.
+class Entry {
+public:
+  Entry() {
+    // A host may cancel the thread that is in a call. That takes effect after the call: unwound half-way it would leave
+    // the module's answer to nobody.
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    // In a host without C++ the thread's data for exceptions are made when they are first asked for, and without memory
+    // that ends the process. So they are asked for while there is some, not when it has run out.
+    [[maybe_unused]] volatile int asked = std::uncaught_exceptions();
+  }
+  ~Entry() { pthread_setcancelstate(before, nullptr); }
+  Entry(const Entry&) = delete;
+  Entry& operator=(const Entry&) = delete;
+
+private:
+  int before;
+};
+
+// Memory ran out in the middle of a call, or the idle callback threw. Whether the request went out is not known any more, so the till learns of
 // a lost link and nothing milder. Made without any allocation.
 int LostWithoutMemory(bool oldResult, char* pchOutBuffer) {
   static constexpr char kBlock[] = "5X??????????0FXLnot recv resp";
@@ -157,18 +183,10 @@ int LostWithoutMemory(bool oldResult, char* pchOutBuffer) {
   return eEFTEfinok;
 }
 
-void Destroy(MicroSMan* man) {
-  try {
-    DoAuthE(&man->oMSGD);
-  } catch (
-      ...) { // no memory for the lock's name: the lock file stays behind unlocked, and the next session takes it
-  }
-  delete man;
-}
-
 } // namespace
 
 void* eftp_create(char* szConfigPath) {
+  Entry entry;
   MicroSMan* man = nullptr;
   try {
     man = new MicroSMan(szConfigPath);
@@ -179,22 +197,26 @@ void* eftp_create(char* szConfigPath) {
 }
 
 int eftp_do(void* pvSelf, char* pchInBuffer, char* pchOutBuffer, FUN_IDLE pfIdle, void* pvData) {
+  Entry entry;
   try {
     return Do(pvSelf, pchInBuffer, pchOutBuffer, pfIdle, pvData);
+  } catch (abi::__forced_unwind&) {
+    throw; // the idle callback ends its own thread: to swallow that would end the whole process
   } catch (...) {
     MicroSMan* man = KnowsItself<MicroSMan>(pvSelf) ? static_cast<MicroSMan*>(pvSelf) : nullptr;
-    if (man && man->iIn > 0) --man->iIn;
     return LostWithoutMemory(man && man->fOldRet, pchOutBuffer);
   }
 }
 
 void eftp_destroy(void* pvSelf) {
+  Entry entry;
   const char* outcome = "[eftp_destroy] bad";
   if (pvSelf) outcome = "[eftp_destroy] skip";
   MicroSMan* man = pvSelf && MicroSMan::ItIsMe(pvSelf) ? static_cast<MicroSMan*>(pvSelf) : nullptr;
-  if (man &&
-      man->iIn == 0) { // from within its own idle callback it would pull the session from under eftp_do
-    Destroy(man);
+  // From within its own idle callback it would pull the session from under eftp_do.
+  if (man && man->iIn == 0) {
+    DoAuthE(&man->oMSGD);
+    delete man;
     outcome = "[eftp_destroy] ok";
   }
   GSLog(100, "%s", outcome);
