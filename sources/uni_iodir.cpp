@@ -11,11 +11,12 @@ namespace {
 // A name without any '/' is that of a program found along PATH, where the working directory says nothing.
 tString Absolute(const char* name) {
   namespace fs = std::filesystem;
+  if (name[0] == '/' && std::strstr(name, "/..")) return name; // ".." may lead out of a symbolic link
   std::error_code error;
   fs::path path;
   if (!std::strchr(name, '/')) path = fs::read_symlink("/proc/self/exe", error);
   if (error || path.empty()) path = fs::absolute(name, error);
-  // "." and ".." go, because a parent directory is found by cutting the text
+  // "." and ".." go, and doubled slashes, because a parent directory is found by cutting the text
   return error ? tString(name) : path.lexically_normal().string();
 }
 
@@ -25,7 +26,7 @@ char mcModule[PATH_MAX];
 const char* FindModule() {
   Dl_info info = {};
   if (dladdr(reinterpret_cast<void*>(&GetModuleName), &info) == 0 || !info.dli_fname) return "";
-  tString name = info.dli_fname[0] == '/' ? tString(info.dli_fname) : Absolute(info.dli_fname);
+  tString name = Absolute(info.dli_fname);
   if (name.size() >= sizeof mcModule) return info.dli_fname;
   std::memcpy(mcModule, name.c_str(), name.size() + 1);
   return mcModule;

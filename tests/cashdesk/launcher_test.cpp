@@ -147,8 +147,9 @@ TEST(LauncherLimit, AnInstallationThatCannotBeLockedGivesUpInSevenSeconds) {
 TEST(Launcher, RunsAsAProgram) {
   Installation site(ZAT_SCRIPTED_MODULE);
   site.Put("module.script", "args\n");
-  for (const char* call : {"cd BIN && ./libzat_ms.so", "BIN/.//./libzat_ms.so", "PATH=$PWD/BIN libzat_ms.so",
-                           "PATH=BIN libzat_ms.so", "cd / && \"$OLDPWD/BIN/libzat_ms.so\""}) {
+  for (const char* call :
+       {"cd BIN && ./libzat_ms.so", "BIN/.//./libzat_ms.so", "PATH=$PWD/BIN libzat_ms.so",
+        "PATH=BIN libzat_ms.so", "cd / && \"$OLDPWD/BIN/libzat_ms.so\"", "$PWD/./BIN//libzat_ms.so"}) {
     site.Put("module.got", "");
     std::string command = "export ZAT_L_LEVEL=H; cd " + (site / "") + " && " + call + " - '\"/etc/x\"' 007";
     EXPECT_EQ(system(command.c_str()), 0) << call;

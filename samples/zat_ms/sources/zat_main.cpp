@@ -10,6 +10,6 @@ ZAT_API int main(int argc, char** argv) {
   removebe(argc, argv);
   // "./libzat_ms.so" names no directory that the installation could be found from, the loaded object does.
   static tString self = GetModuleName();
-  if (argc > 0 && argv[0][0] != '/') argv[0] = self.data();
+  if (argc > 0) argv[0] = self.data();
   return MonoS(argc, argv, &oMSGD);
 }
