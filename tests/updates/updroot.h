@@ -42,3 +42,9 @@ struct InMemory {
 inline void PutProgram(const Scratch& oAt, const std::string& name, const std::string& text) {
   chmod(oAt.Put(name, text).c_str(), 0755);
 }
+
+// Has another process hold a lock for 0.2 s, leave its file behind and say so in the file "gone".
+inline void HoldElsewhere(const Scratch& oAt, const std::string& lock) {
+  Exit("cd " + oAt / "" + " && flock " + lock + " sh -c 'touch held; sleep 0.2; touch gone' &");
+  if (!Eventually([&] { return oAt.Has("held"); })) std::abort();
+}
