@@ -81,10 +81,8 @@ TEST(Updater, RefusesDamage) {
   Scratch at;
   PutTree(at, "tree", "2");
   const auto tree = Snapshot(at / "tree");
-  ASSERT_EQ(Exit(kUpdater + " --pack " + at / "tree" + " " + at / "xz"), 0);
-  for (const char* packing : {"gzip", "bzip2"})
-    ASSERT_EQ(Exit("tar -C " + at / "tree" + " -cf - . | " + packing + " > " + at / packing), 0);
   for (const char* packing : {"xz", "gzip", "bzip2"}) {
+    ASSERT_EQ(Exit("tar -C " + at / "tree" + " -cf - . | " + packing + " > " + at / packing), 0);
     const std::string whole = at.Get(packing);
     int refused = 0;
     ASSERT_EQ(RunUpdater(at / packing, at / "out"), 2);
@@ -103,44 +101,39 @@ TEST(Updater, RefusesDamage) {
     }
     EXPECT_GT(refused, 6) << packing;
   }
-  ASSERT_EQ(Exit("tar -C " + at / "tree" + " -cf " + at / "plain . && xz --check=none -k " + at / "plain"),
-            0);
-  EXPECT_EQ(RunUpdater(at / "plain", at / "out"), 1);
-  EXPECT_EQ(RunUpdater(at / "plain.xz", at / "out"), 1);
+  ASSERT_EQ(Exit("cd " + at / "tree" + " && tar -cf ../plain . && xz --check=none -k ../plain"), 0);
+  for (const char* unsure : {"plain", "plain.xz"}) EXPECT_EQ(RunUpdater(at / unsure, at / "out"), 1);
 }
 
 TEST(Updater, RefusesWhatLeavesTheDirectory) {
-  const std::string file = TarEntry("a/b/file", '0', "", "text");
-  typedef std::tuple<const char*, std::string, int> Row;
-  for (const auto& [what, tar, code] :
-       {Row{"plain", file, 2},
-        Row{"link up inside", file + TarEntry("a/b/link", '2', "../../a/b/file"), 2},
-        Row{"hard link", file + TarEntry("other", '1', "./a/b/file"), 2},
-        Row{"dots", TarEntry("./a/./b", '0', "", "text"), 2},
-        Row{"absolute", TarEntry("/tmp/zat_escaped", '0', "", "text"), 1},
-        Row{"up", TarEntry("../zat_escaped", '0', "", "text"), 1},
-        Row{"up inside", TarEntry("a/../../zat_escaped", '0', "", "text"), 1},
-        Row{"absolute link", file + TarEntry("link", '2', "/etc"), 1},
-        Row{"link up", file + TarEntry("a/link", '2', "../.."), 1},
-        Row{"link up from below",
-            file + TarEntry("a/b/up", '2', "../..") + TarEntry("out", '2', "a/b/up/../x"), 1},
-        Row{"through a link", file + TarEntry("a/c", '2', "b") + TarEntry("a/c/new", '0', "", "text"), 1},
-        Row{"hard link out", TarEntry("passwd", '1', "/etc/passwd"), 1},
-        Row{"hard link to a link", file + TarEntry("a/b/up", '2', "../..") + TarEntry("up", '1', "a/b/up"),
-            1},
-        Row{"device", TarEntry("null", '3', ""), 1},
-        Row{"pipe", file + TarEntry("pipe", '6', ""), 1},
-        Row{"twice", file + file, 1},
-        Row{"lock", TarEntry("updtlock.lck", '0', "", "text"), 1},
-        Row{"directory lock", TarEntry("updtlock.lck/x", '0', "", "text"), 1},
-        Row{"client lock", TarEntry("cid7.lck", '0', "", "text"), 1},
-        Row{"nothing", "", 1}}) {
+  const std::string file = TarEntry("a/b/file", '0', "", "text"),
+                    up = file + TarEntry("a/b/up", '2', "../..");
+  const std::vector<std::string> good = {file, file + TarEntry("a/b/link", '2', "../../a/b/file"),
+                                         file + TarEntry("other", '1', "./a/b/file"),
+                                         TarEntry("./a/./b", '0', "", "text")};
+  const std::vector<std::string> bad = {up + TarEntry("out", '2', "a/b/up/../x"),
+                                        up + TarEntry("up", '1', "a/b/up"),
+                                        file + TarEntry("a/c", '2', "b") +
+                                            TarEntry("a/c/new", '0', "", "text"),
+                                        file + TarEntry("link", '2', "/etc"),
+                                        file + TarEntry("a/link", '2', "../.."),
+                                        TarEntry("passwd", '1', "/etc/passwd"),
+                                        TarEntry("null", '3', ""),
+                                        file + TarEntry("pipe", '6', ""),
+                                        file + file,
+                                        ""};
+  const auto check = [](const std::string& tar, int code) {
     Scratch at;
     fs::create_directory(at / "in");
-    EXPECT_EQ(RunUpdater(PutArchive(at, tar), at / "in/"), code) << what;
-    EXPECT_EQ(fs::is_empty(at / "in"), code != 2) << what;
-    EXPECT_FALSE(at.Has("zat_escaped") || fs::exists("/tmp/zat_escaped")) << what;
-  }
+    EXPECT_EQ(RunUpdater(PutArchive(at, tar), at / "in/"), code) << tar.c_str();
+    EXPECT_EQ(fs::is_empty(at / "in"), code != 2) << tar.c_str();
+    EXPECT_FALSE(at.Has("zat_escaped") || fs::exists("/tmp/zat_escaped")) << tar.c_str();
+  };
+  for (const std::string& tar : good) check(tar, 2);
+  for (const std::string& tar : bad) check(tar, 1);
+  for (const char* name : {"/tmp/zat_escaped", "../zat_escaped", "a/../../zat_escaped", "updtlock.lck",
+                           "updtlock.lck/x", "cid7.lck"})
+    check(TarEntry(name, '0', "", "text"), 1);
 }
 
 // An installation with version 1 in it and version 2 unpacked.
@@ -204,13 +197,13 @@ TEST(Updater, LeavesTheInstallationAloneWhenItCannotInstall) {
         Row{"a tree that is not whole", [](auto& at) { at.Put("root/UPDATE_T/.zat_mu", ""); }, 1},
         Row{"a link out", [](auto& at) { fs::create_symlink("/etc", at.Tree() + "etc"); }, 1},
         Row{"another updater's lock", [](auto& at) { fs::create_directory(at.Lock()); }, 4},
-        Row{"a launcher at work", [](auto& at) { ASSERT_EQ(putflock((at.Lock()).c_str()), 0); }, 4}}) {
+        Row{"a launcher at work", [](auto& at) { ASSERT_EQ(putflock(at.Lock().c_str()), 0); }, 4}}) {
     Installation at;
     spoil(at);
     const auto before = at.Found();
     EXPECT_EQ(at.Install(), code) << what;
     EXPECT_EQ(at.Found(), before) << what;
-    remflock((at.Lock()).c_str());
+    remflock(at.Lock().c_str());
   }
   Installation at; // a lock file that a dead launcher has left is no hindrance
   at.Put("root/updtlock.lck", "99999999\r\n5");
@@ -244,7 +237,7 @@ TEST(Updater, GivesUpAnInstallationThatKeepsFailing) {
   // Killed as soon as the lock stands, again and again.
   while (RunAndKillAt({kUpdater, at.Tree(), at.Root()}, 8) && fs::is_directory(at.Lock()))
     ASSERT_LT(++starts, 10);
-  EXPECT_EQ(isflock((at.Lock()).c_str()), 0) << "tills are let in again";
+  EXPECT_EQ(isflock(at.Lock().c_str()), 0) << "tills are let in again";
 }
 
 TEST(Updater, OnlyOneInstalls) {
