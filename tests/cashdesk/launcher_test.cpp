@@ -140,6 +140,8 @@ TEST(LauncherLimit, AnInstallationThatCannotBeLockedGivesUpInSevenSeconds) {
   EXPECT_TRUE(TicksEnd(start, 6500));
   EXPECT_FALSE(TicksEnd(start, 9000));
   EXPECT_EQ(till.Answer(), Message("5X", "X8Невозможно запустить MicroM"_1251));
+  EXPECT_THAT(till.Log(),
+              HasSubstr("[MicroS] cannot lock '" + (till / "mainlock.lck") + "': EISDIR, Is a directory"));
 }
 
 // The object executed as a file is the launcher: it finds its installation however it was called, and starts the module

@@ -117,6 +117,7 @@ int Exchange::RefuseEarly() {
 
 tEFTErr Exchange::StartModule() {
   bool open = self.oUP.Open();
+  if (!open) GSErrno("MicroS", "cannot create the pipes of", self.oId.c_str());
   GSLog(100, "[MicroS] Open UP: %d", open ? 1 : 0);
   if (!open) return eEFTEupip;
   tString name = "[MonoS]", pipes = self.oUP.Export(), path = self.oIPath, client = self.oId;

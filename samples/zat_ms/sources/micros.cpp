@@ -1,5 +1,6 @@
 #include "micros.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include <sched.h>
@@ -42,9 +43,11 @@ void Release(const tString& lock) {
 }
 
 // One try for both locks. The update lock is asked for without waiting while the main lock is held: an installation
-// takes them the other way round, and two launchers that waited for each other would wait for ever.
-bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses) {
+// takes them the other way round, and two launchers that waited for each other would wait for ever. *piWhy receives
+// errno when the main lock is not to be had at all.
+bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses, int* piWhy) {
   if (putflock(poMSGD->oMainLck.c_str()) != 0) {
+    *piWhy = errno;
     sched_yield(); // tried again at once, but the one who is in the way gets its turn
     return false;
   }
@@ -61,8 +64,11 @@ bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses) {
 
 bool TakeLocks(MicroSGlData_tag* poMSGD) {
   bool taken = false;
+  int why = 0;
   zat::Pauses pauses;
-  while (!taken && !poMSGD->TicksEnd()) taken = TryLocks(poMSGD, pauses);
+  while (!taken && !poMSGD->TicksEnd()) taken = TryLocks(poMSGD, pauses, &why);
+  errno = why;
+  if (!taken && why != 0) GSErrno("MicroS", "cannot lock", poMSGD->oMainLck.c_str());
   return taken;
 }
 
@@ -161,6 +167,7 @@ tProcECode DoAuth(MicroSGlData_tag* poMSGD) {
   tString command = poMSGD->oUpdtM + poMSGD->oParamS;
   if (DoAuthB(poMSGD) != 0) return ePECcdup;
   poMSGD->pvExHandle = SysCallBegin(command.c_str());
+  if (!poMSGD->pvExHandle) GSErrno("MicroS", "cannot start", poMSGD->oUpdtM.c_str());
   GSLog(150, "[MicroS] Started: %s <Handle: %p>", command.c_str(), poMSGD->pvExHandle);
   return poMSGD->pvExHandle ? ePECgood : ePECnaut;
 }
