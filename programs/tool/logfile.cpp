@@ -88,7 +88,12 @@ std::string_view MessageOf(std::string_view oText) {
   return end == oText.npos ? std::string_view() : oText.substr(end + kEnd.size());
 }
 
-bool EndsInside(std::string_view oText) { return !oText.empty() && !oText.ends_with(kLineEnd); }
+size_t WholeLines(std::string_view oText) {
+  if (oText.ends_with(kLineEnd)) return oText.size();
+  size_t last = 0;
+  for (size_t at = NextLine(oText, 0); at < oText.size(); at = NextLine(oText, at + 1)) last = at;
+  return last;
+}
 
 tString BackupName(const tString& oName) {
   constexpr size_t kMark = 5; // as the log itself names it

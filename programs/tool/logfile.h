@@ -27,8 +27,8 @@ void ForEachRecord(std::string_view oText, const std::function<void(const tRecor
 // The message that a line's text ends with ("[MicroS] ReadBlock: 60..."); empty when it has none.
 std::string_view MessageOf(std::string_view oText);
 
-// Whether a text may end inside a line that its writer has not finished yet.
-bool EndsInside(std::string_view oText);
+// How many bytes of a log that is being written are whole lines: its last one counts once its line end is there.
+size_t WholeLines(std::string_view oText);
 
 // Reads a log that is being written, from its beginning: first the one that was moved to the backup name, then the
 // current one, then whatever is added, also when the log is moved away meanwhile.

@@ -19,6 +19,7 @@ int main(int iArgC, char** ppcArgV) {
   AddEncode(app, &exit);
   AddTags(app, &exit);
   AddMessages(app, &exit);
+  AddLog(app, &exit);
   AddRedact(app, &exit);
 
   try {
