@@ -271,13 +271,20 @@ tTicks PCperS() {
 
 tTicks TicksGet() { return PClock(); }
 
-tTicks TicksDiff(tTicks oTck) {
-  tTicks now = TicksGet();
-  return now >= oTck ? now - oTck : now - oTck - 1;
-}
+namespace {
+
+tTicks TicksBetween(tTicks from, tTicks to) { return to >= from ? to - from : to - from - 1; }
+
+} // namespace
+
+tTicks TicksDiff(tTicks oTck) { return TicksBetween(oTck, TicksGet()); }
 
 tTicks TicksFromMs(tTicks iMs) {
   return static_cast<tTicks>(static_cast<double>(PCperS()) / 1000.0 * static_cast<double>(iMs));
 }
 
-int TicksEnd(tTicks oBeg, tTicks iMsWait) { return iMsWait == 0 || TicksFromMs(iMsWait) < TicksDiff(oBeg); }
+int TicksEnd(tTicks oBeg, tTicks iMsWait, tTicks oNow) {
+  return iMsWait == 0 || TicksFromMs(iMsWait) < TicksBetween(oBeg, oNow);
+}
+
+int TicksEnd(tTicks oBeg, tTicks iMsWait) { return TicksEnd(oBeg, iMsWait, TicksGet()); }

@@ -126,3 +126,6 @@ tTicks TicksFromMs(tTicks iMs);
 
 // True once more than iMsWait milliseconds have passed since oBeg; true at once for 0.
 int TicksEnd(tTicks oBeg, tTicks iMsWait);
+
+// The same for a moment that is known already.
+int TicksEnd(tTicks oBeg, tTicks iMsWait, tTicks oNow);

@@ -181,19 +181,19 @@ int Exchange::Read(unsigned char* pbBuffer, int iLen, tTicks iMsWait, FUN_IDLE p
   int length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
   bool over = false;
   while (length == 0 && !over) {
-    over = TicksEnd(start, iMsWait) != 0;
-    if (over) continue;
     if (procIdle && procIdle(idleData) != 0) {
       length = Break();
       break;
     }
     bool more = self.oUP.WaitIn(procIdle ? kIdleSliceMs : kQuietSliceMs);
-    if (!more && TicksEnd(looked, kQuietSliceMs)) {
+    tTicks now = TicksGet(); // once a round: with a callback there is one every millisecond
+    over = TicksEnd(start, iMsWait, now) != 0;
+    if (!more && TicksEnd(looked, kQuietSliceMs, now)) {
       // Looked at before the pipe is: what the module wrote in its last moment is still read.
-      over = ModuleLost(module);
-      more = over && self.oUP.WaitIn(0);
-      over = over && !more;
-      looked = TicksGet();
+      bool lost = ModuleLost(module);
+      more = lost && self.oUP.WaitIn(0);
+      over = over || (lost && !more);
+      looked = now;
     }
     if (more) length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
   }
