@@ -1,5 +1,5 @@
-// Measures what goes on between processes, adds the functions from a result file of zat_bench, and prints all as one
-// table.
+// Measures what goes on between processes and, by zat_bench, the functions, and prints all as one table.
+#include "place.h"
 #include "rows.h"
 #include <CLI/CLI.hpp>
 #include <fstream>
@@ -9,24 +9,23 @@ namespace {
 
 struct Group {
   const char* name;
-  void (*measure)(bench::Report&); // null: the functions, which zat_bench has measured
+  void (*measure)(bench::Report&);
 };
 constexpr Group kGroups[] = {
-    {"delay", bench::MeasureDelay},       {"calls", bench::MeasureCalls}, {"waiting", bench::MeasureWaiting},
-    {"starting", bench::MeasureStarting}, {"sale", bench::MeasureSale},   {"functions", nullptr},
-    {"tills", bench::MeasureTills},
+    {"delay", bench::MeasureDelay},         {"calls", bench::MeasureCalls},
+    {"waiting", bench::MeasureWaiting},     {"starting", bench::MeasureStarting},
+    {"sale", bench::MeasureSale},           {"tills", bench::MeasureTills},
+    {"functions", bench::MeasureFunctions},
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{"Measures this system beside the limits of the machine.", "zat_bench_process"};
-  std::string functions, out;
+  std::string out;
   std::vector<std::string> only;
-  app.add_option("--functions", functions, "Result file of zat_bench (--benchmark_out)")
-      ->check(CLI::ExistingFile);
   app.add_option("--out", out, "Write the results as JSON to this file");
-  app.add_option("groups", only, "Measure these only: delay calls waiting starting sale functions tills");
+  app.add_option("groups", only, "Measure these only: delay calls waiting starting sale tills functions");
   CLI11_PARSE(app, argc, argv);
 
   bench::Report report;
@@ -34,10 +33,8 @@ int main(int argc, char** argv) {
   try {
     for (const Group& group : kGroups) {
       if (!only.empty() && std::find(only.begin(), only.end(), group.name) == only.end()) continue;
-      if (group.measure)
-        group.measure(report);
-      else if (!functions.empty())
-        bench::AddFunctions(report, functions);
+      bench::KeepIn(bench::Place::memory);
+      group.measure(report);
     }
   } catch (const std::exception& e) {
     fprintf(stderr, "%s\n", e.what());

@@ -37,8 +37,4 @@ private:
   std::vector<Row> rows;
 };
 
-// Takes the rows of the functions out of a result file of Google Benchmark (its JSON, with medians). A benchmark that
-// the file does not hold gives a row that says so.
-void AddFunctions(Report& report, const std::string& file);
-
 } // namespace bench

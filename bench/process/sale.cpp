@@ -1,5 +1,6 @@
 // A whole sale against the simulated terminal, and many tills that sell at once.
 #include "measure.h"
+#include "place.h"
 #include "rows.h"
 #include "till.h"
 #include "upipes.h"
@@ -109,9 +110,9 @@ bool NoSimulator(Report& report, const char* what) {
 
 } // namespace
 
-void MeasureSale(Report& report) {
-  const char* what = "a whole sale against the simulated terminal";
-  if (NoSimulator(report, what)) return;
+namespace {
+
+Pair Sales() {
   Shop shop(kSimulator);
   Till till(shop);
   const std::string request = Message("10", kSale);
@@ -133,8 +134,21 @@ void MeasureSale(Report& report) {
         return ms;
       });
   if (blocks != bareBlocks) throw std::runtime_error("the bare sale is another one");
-  report.Add({what, "ms", pair.ours, pair.bare,
-              "start of the same module, bare reads and writes of the same blocks", 1.5, kNone});
+  return pair;
+}
+
+} // namespace
+
+void MeasureSale(Report& report) {
+  const std::pair<Place, const char*> kPlaces[] = {{Place::memory, "a whole sale, simulated terminal"},
+                                                   {Place::disk, "the same, the installation on the disk"}};
+  for (const auto& [place, what] : kPlaces) {
+    if (NoSimulator(report, what)) return;
+    KeepIn(place);
+    const Pair pair = Sales();
+    report.Add({what, "ms", pair.ours, pair.bare,
+                "start of the same module, bare reads and writes of the same blocks", 1.5});
+  }
 }
 
 void MeasureTills(Report& report) {
