@@ -28,16 +28,10 @@ std::string Value(SqueezeT& store, const char* tag) {
 }
 
 // The global logger writes into a file of the test's own.
-class Log {
-public:
-  Log() : logger((scratch / "log").c_str(), true), before(poGSLog) { poGSLog = &logger; }
+struct Log : Scratch {
+  SLogger logger{(*this / "log").c_str(), true}, *before = std::exchange(poGSLog, &logger);
   ~Log() { poGSLog = before; }
-  std::string Text() const { return scratch.Get("log"); }
-
-private:
-  Scratch scratch;
-  SLogger logger;
-  SLogger* before;
+  std::string Text() const { return Get("log"); }
 };
 
 TEST(EFTPPars, OneParameter) {
