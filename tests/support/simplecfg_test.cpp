@@ -3,7 +3,6 @@
 #include <climits>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <map>
 #include <sys/stat.h>
 
 namespace {
@@ -67,21 +66,18 @@ TEST(SimpleCfg, SecondLoadKeepsOrderAndComments) {
 
 TEST(SimpleCfg, Numbers) {
   SimpleCfg cfg;
-  std::map<std::string, long> rows = {{"0", 0},
-                                      {"8", 8},
-                                      {"-30", -30},
-                                      {"+5", 5},
-                                      {"007", 7},
-                                      {"0x1F", 31},
-                                      {"0Xff", 255},
-                                      {"  12", 12},
-                                      {"99999999999999999999", LONG_MAX},
-                                      {"-99999999999999999999", LONG_MIN}};
-  for (const char* none : {"", "12 s", "1,000", "1.5", "0x", "x", "+-5", "-", "0x-5",
-                           "\xA0"
-                           "5"})
-    rows[none] = -7;
-  for (const auto& [text, value] : rows) {
+  const std::string many(20, '9');
+  typedef std::pair<std::string, long> Number;
+  for (const auto& [text, value] : {Number{"0", 0},         Number{"8", 8},
+                                    Number{"-30", -30},     Number{"+5", 5},
+                                    Number{"007", 7},       Number{"0x1F", 31},
+                                    Number{"0Xff", 255},    Number{"  12", 12},
+                                    Number{many, LONG_MAX}, Number{"-" + many, LONG_MIN},
+                                    Number{"", -7},         Number{"12 s", -7},
+                                    Number{"1,000", -7},    Number{"1.5", -7},
+                                    Number{"0x", -7},       Number{"x", -7},
+                                    Number{"+-5", -7},      Number{"-", -7},
+                                    Number{"0x-5", -7},     Number{"\xA0 5", -7}}) {
     cfg.SetValue("S", "n", text.c_str());
     EXPECT_EQ(cfg.GetLongValue("S", "n", -7), value) << text;
   }
