@@ -15,6 +15,7 @@ void AddDecode(CLI::App& oApp, int* piExit);
 void AddEncode(CLI::App& oApp, int* piExit);
 void AddTags(CLI::App& oApp, int* piExit);
 void AddMessages(CLI::App& oApp, int* piExit);
+void AddDoctor(CLI::App& oApp, int* piExit);
 void AddLog(CLI::App& oApp, int* piExit);
 void AddRedact(CLI::App& oApp, int* piExit);
 

@@ -20,6 +20,7 @@ int main(int iArgC, char** ppcArgV) {
   AddTags(app, &exit);
   AddMessages(app, &exit);
   AddLog(app, &exit);
+  AddDoctor(app, &exit);
   AddRedact(app, &exit);
 
   try {
