@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "bundle.h"
 #include "command.h"
 #include "output.h"
 #include "place.h"
@@ -29,13 +30,14 @@ constexpr void (*kChecks[])(Findings&) = {CheckPlace,   CheckPrograms, CheckConf
                                           CheckUpdates, CheckLog,      CheckClock};
 
 struct tOptions {
-  tString oRoot;
+  tString oRoot, oBundle;
   bool fJson = false, fQuiet = false;
 };
 
-tString ForPeople(const tFinding& finding, const Output& out) {
+// oPaint gives a word its colour.
+template<class Paint> tString ForPeople(const tFinding& finding, Paint oPaint) {
   const tSeverityRow& row = kSeverities[finding.oSeverity];
-  tString line = fmt::format("{}{}  {:<13}  {}", out.In(row.oColour, row.pccName),
+  tString line = fmt::format("{}{}  {:<13}  {}", oPaint(row.oColour, row.pccName),
                              tString(7 - strlen(row.pccName), ' '), finding.oAbout, finding.oText);
   return line + (finding.oAdvice.empty() ? "" : " -> " + finding.oAdvice) + "\n";
 }
@@ -49,6 +51,15 @@ tString ForMachines(const Findings& found, tSeverity worst) {
                                {"text", finding.oText},
                                {"advice", finding.oAdvice}});
   return out.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+bool Bundled(const Findings& found, tSeverity worst, const tString& file) {
+  tString text;
+  for (const tFinding& finding : found.oAll)
+    text += ForPeople(finding, [](tColour, const char* name) { return tString(name); });
+  const tString fault = WriteBundle(found, text, ForMachines(found, worst), file);
+  if (!fault.empty()) Complain(fmt::format("cannot write {}: {}", file, fault));
+  return fault.empty();
 }
 
 // The full path: lock files and log lines have it, and an advice must work from anywhere.
@@ -72,9 +83,11 @@ int Examine(tOptions options) {
   tSeverity worst = eSevOk;
   for (const tFinding& finding : found.oAll) worst = std::max(worst, finding.oSeverity);
   Output out;
+  if (!options.oBundle.empty() && !Bundled(found, worst, options.oBundle)) return eExitUsage;
   if (options.fJson) out.Text(ForMachines(found, worst));
   for (const tFinding& finding : found.oAll)
-    if (!options.fJson && (!options.fQuiet || finding.oSeverity != eSevOk)) out.Text(ForPeople(finding, out));
+    if (!options.fJson && (!options.fQuiet || finding.oSeverity != eSevOk))
+      out.Text(ForPeople(finding, [&](tColour colour, const char* name) { return out.In(colour, name); }));
   return out.Flush() ? static_cast<int>(worst) : eExitUsage;
 }
 
@@ -87,13 +100,18 @@ void AddDoctor(CLI::App& oApp, int* piExit) {
                   "The installation's directory, the one above BIN; else the one that this program lies in");
   cmd->add_flag("-q,--quiet", options->fQuiet, "Only what is not well");
   cmd->add_flag("--json", options->fJson, "One JSON object");
+  cmd->add_option("--bundle", options->oBundle,
+                  "Also make an archive (tar.gz) for support: report, listing, configuration, version lists\n"
+                  "and logs, card numbers masked")
+      ->type_name("FILE");
   cmd->footer(
       "Looks at the path, the disk, rights, object, module, updater, configuration, locks, updates, log\n"
       "and clock. It only reads: no lock is taken and no till notices it. Run it as the user that the\n"
       "till runs as; as root it cannot tell what that user may write.\n\n"
       "Exit status: 0 all is well, 1 there are warnings, 2 there are problems, or wrong arguments.\n\n"
       "  zat_tool doctor /opt/zat_ms\n"
-      "  zat_tool doctor -q || echo look at it");
+      "  zat_tool doctor -q || echo look at it\n"
+      "  zat_tool doctor --bundle /tmp/shop7.tar.gz");
   cmd->callback([options, piExit] { *piExit = Examine(*options); });
 }
 

@@ -119,4 +119,32 @@ TEST(Doctor, LocksInUse) {
                     HasSubstr("(flock)"), testing::EndsWith("still held\n")));
 }
 
+// What leaves the shop has no card number in it, wherever one stood.
+TEST(Doctor, BundleForSupport) {
+  Shop shop;
+  ASSERT_EQ(
+      shop.Sh("zat_till sale 12 --track2 ';4000001234567899=25121011234?' --lib BIN/libzat_ms.so").iExit, 0);
+  const std::string card = "4000001234567899", when = "2026-11-20 14.03.59 {00000001} : ";
+  shop.Put("BIN/zat_com2.log", when + "a till's own line " + card + "\r\n" + when +
+                                   "[MicroS] WriteBlock: 10000000000728000000001200" + card + "=2512\r\n");
+  shop.Put("zat_expt.log", card);
+  shop.Put("eftpos.cfg", "[COMMON]\n; " + card + "\n");
+  shop.Put("DOWNLOAD/1/verslist.upd", "[LAST]\nINST=0000001A.000\nHI=0000001A.000\n");
+  const Result run = shop.Doctor("-q --bundle " + (shop / "out.tar.gz"));
+  EXPECT_EQ(run.iExit, 1) << run.oOut;
+  EXPECT_EQ(
+      shop.Sh("mkdir x; tar xzf out.tar.gz -C x; cd x/zat_support; find . -type f | sort | tr '\\n' ' '")
+          .oOut,
+      "./DOWNLOAD/1/verslist.upd ./eftpos.cfg ./listing.txt ./log/zat_com2.log ./log/zat_comm.log "
+      "./micromgl.cfg "
+      "./report.json ./report.txt ./simulator.cfg ./zat_expt.log ");
+  EXPECT_EQ(shop.Sh("grep -rl " + card + " x; zat_tool redact --check $(find x -type f)").oOut, "");
+  EXPECT_THAT(shop.Get("x/zat_support/log/zat_com2.log"), HasSubstr("line ************7899"));
+  EXPECT_THAT(shop.Get("x/zat_support/report.txt"),
+              AllOf(HasSubstr("warning  log"), HasSubstr("ok       object")));
+  EXPECT_THAT(shop.Get("x/zat_support/listing.txt"), HasSubstr("BIN/libzat_ms.so\n"));
+  EXPECT_THAT(shop.Sh("stat -c %a out.tar.gz").oOut, HasSubstr("600"));
+  EXPECT_THAT(shop.Doctor("--bundle /dev/full/x").oOut, HasSubstr("cannot write /dev/full/x"));
+}
+
 } // namespace
