@@ -18,8 +18,8 @@ constexpr tTicks kGreetingMs = 30000;
 constexpr tTicks kBlockMs = 30300;
 constexpr int kGreetingMax = 29;
 constexpr size_t kFinDayLines = 8;
-constexpr int kIdleSliceMs = 1;    // with an idle callback: it is called about every millisecond
-constexpr int kQuietSliceMs = 100; // without one: how often the child's state is looked at
+constexpr int kIdleMs = 1;  // the idle callback is called about every millisecond
+constexpr int kLookMs = 50; // the module's state is looked at each time it has been silent for so long
 constexpr char kNoId[] = "??????????";
 constexpr char kEarly[] = "I3Timeout violation between inquiries from cash desk";
 
@@ -29,6 +29,12 @@ bool ModuleLost(void* handle) { return SysCallLost(handle); }
 
 // After a break request the wait has no limit of its own, so it ends with the module in whatever way it ended.
 bool ModuleEnded(void* handle) { return SysCallEnded(handle, nullptr); }
+
+// Milliseconds until a limit is over, at least 1: the tick counter is coarser than that.
+int LeftMs(tTicks start, tTicks limit, tTicks now) {
+  tTicks passed = (now - start) * 1000 / PCperS();
+  return static_cast<int>(std::max(limit, passed + 1) - passed);
+}
 
 const char* Bytes(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
 
@@ -175,27 +181,25 @@ tEFTErr Exchange::AwaitBlock() {
 // Waits for one block: its length, or 0 when the limit is over or the module is lost. Calls the idle callback, when
 // there is one, between looks at the pipe; its wish for a break turns the wait into one for the answer to that.
 int Exchange::Read(unsigned char* pbBuffer, int iLen, tTicks iMsWait, FUN_IDLE procIdle) {
-  void* module = self.oMSGD.pvExHandle;
-  self.oUP.SetPeerCheck(ModuleLost, module);
-  tTicks start = TicksGet(), looked = start;
+  self.oUP.SetPeerCheck(ModuleLost, self.oMSGD.pvExHandle);
+  tTicks start = TicksGet(), now = start; // read once a round: with a callback there is one every millisecond
+  int silent = 0;
+  bool deserted = false;
   int length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
-  bool over = false;
-  while (length == 0 && !over) {
+  while (length == 0 && !deserted && !TicksEnd(start, iMsWait, now)) {
     if (procIdle && procIdle(idleData) != 0) {
       length = Break();
       break;
     }
-    bool more = self.oUP.WaitIn(procIdle ? kIdleSliceMs : kQuietSliceMs);
-    tTicks now = TicksGet(); // once a round: with a callback there is one every millisecond
-    over = TicksEnd(start, iMsWait, now) != 0;
-    if (!more && TicksEnd(looked, kQuietSliceMs, now)) {
-      // Looked at before the pipe is: what the module wrote in its last moment is still read.
-      bool lost = ModuleLost(module);
-      more = lost && self.oUP.WaitIn(0);
-      over = over || (lost && !more);
-      looked = now;
+    int slice = std::min(procIdle ? kIdleMs : kLookMs, LeftMs(start, iMsWait, now));
+    if (self.oUP.WaitIn(slice)) {
+      length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
+    } else if ((silent += slice) >= kLookMs) {
+      silent = 0;
+      // In this order: what the module wrote in its last moment is still read.
+      deserted = ModuleLost(self.oMSGD.pvExHandle) && !self.oUP.WaitIn(0);
     }
-    if (more) length = self.oUP.ReadBlock(pbBuffer, iLen, UnnamedPipes::eBTv0cb);
+    now = TicksGet();
   }
   self.oUP.SetPeerCheck(nullptr, nullptr);
   return length;
