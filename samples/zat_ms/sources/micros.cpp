@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <sched.h>
-
 #include "SLogger.h"
 #include "initorder.h"
 #include "util.h"
@@ -48,7 +46,8 @@ void Release(const tString& lock) {
 bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses, int* piWhy) {
   if (putflock(poMSGD->oMainLck.c_str()) != 0) {
     *piWhy = errno;
-    sched_yield(); // tried again at once, but the one who is in the way gets its turn
+    pauses
+        .Next(); // a held lock is waited for: this one cannot be made, and to try harder would only burn a processor
     return false;
   }
   GSLog(100, "[MicroS] Put lock: %s", poMSGD->oMainLck.c_str());
