@@ -1,9 +1,10 @@
 // Runs zat_till as a user does: with a library that plays a script, or in an installation with the real one.
 #pragma once
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,19 +23,19 @@ struct Ran {
 
 class Till {
 public:
-  // Starts the program; with a terminal its standard output and error are that.
-  void Start(std::vector<std::string> words, bool terminal = false, const std::string& input = "") {
+  // Starts the program with words that blanks separate; with a terminal its standard output and error are that.
+  void Start(const std::string& line, bool terminal = false, const std::string& input = "") {
     oScratch.Put("input", input);
-    words.insert(words.begin(), ZAT_INSTALLATION "/BIN/zat_till");
-    if (!oLib.empty()) words.insert(words.end(), {"--lib", oLib});
+    std::istringstream in(ZAT_INSTALLATION "/BIN/zat_till " + line + (oLib.empty() ? "" : " --lib ") + oLib);
+    std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     iChild = terminal ? forkpty(&iTerminal, nullptr, nullptr, nullptr) : fork();
     if (iChild != 0) return;
     if (!terminal) {
       Redirect(0, "input", O_RDONLY);
-      Redirect(1, "out", O_WRONLY | O_CREAT | O_TRUNC);
-      Redirect(2, "err", O_WRONLY | O_CREAT | O_TRUNC);
+      Redirect(1, "out", O_WRONLY | O_CREAT);
+      Redirect(2, "err", O_WRONLY | O_CREAT);
     }
-    if (int ends[2]; fReaderGone && pipe(ends) == 0) {
+    if (int ends[2]; fReaderGone && pipe2(ends, O_CLOEXEC) == 0) {
       dup2(ends[1], 1);
       close(ends[0]);
     }
@@ -47,23 +48,21 @@ public:
   }
 
   Ran Finish() {
-    Ran ran;
-    bool terminal = iTerminal >= 0;
+    const bool terminal = iTerminal >= 0;
     if (terminal) {
       while (ReadTerminal()) {}
-      ran.oOut = oShown;
-      close(iTerminal);
-      iTerminal = -1;
+      close(std::exchange(iTerminal, -1));
     }
     int status = 0;
-    while (waitpid(iChild, &status, 0) < 0 && errno == EINTR) {}
-    ran.iExit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    if (!terminal) ran.oOut = oScratch.Get("out"), ran.oErr = oScratch.Get("err");
-    return ran;
+    waitpid(iChild, &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            terminal ? oShown : oScratch.Get("out"), terminal ? "" : oScratch.Get("err")};
   }
 
-  Ran Run(const std::vector<std::string>& words, const std::string& input = "") {
-    Start(words, false, input);
+  Ran Run(const std::string& line, const std::string& input = "") {
+    std::filesystem::remove(oScratch / "out");
+    std::filesystem::remove(oScratch / "err");
+    Start(line, false, input);
     return Finish();
   }
 

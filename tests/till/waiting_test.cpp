@@ -11,7 +11,7 @@ namespace {
 
 TEST(Live, CountsSecondsAndIsTakenBack) {
   ScriptedTill till("block 52 \nidle 60000\nbroken\nblock 32 0line\nbad\n");
-  till.Start({"sale", "1"}, true);
+  till.Start("sale 1", true);
   ASSERT_TRUE(till.WaitForScreen("1 s  PIN requested"));
   till.Interrupt();
   Ran ran = till.Finish();
@@ -21,47 +21,43 @@ TEST(Live, CountsSecondsAndIsTakenBack) {
 }
 
 TEST(Live, OnlyOnATerminal) {
-  Ran ran = ScriptedTill("block 52 \nsleep 600\nbad\n").Run({"sale", "1"});
+  Ran ran = ScriptedTill("block 52 \nsleep 600\nbad\n").Run("sale 1");
   EXPECT_EQ(ran.oErr, "");
   EXPECT_THAT(ran.oOut, Not(HasSubstr("PIN")));
 }
 
 TEST(CtrlC, OnceAsksForABreak) {
-  ScriptedTill till("block 52 \nmark waiting\nidle 20000\nbroken\nblock 34 0\nbad\n");
-  till.Start({"sale", "1"});
-  ASSERT_TRUE(till.WaitFor("waiting"));
-  till.Interrupt();
-  Ran ran = till.Finish();
-  EXPECT_EQ(ran.iExit, 3);
-  EXPECT_THAT(ran.oOut, HasSubstr("Broken off at the till's request."));
-  EXPECT_THAT(till.Record(), HasSubstr("break\n"));
-  EXPECT_THAT(till.Record(), HasSubstr("destroy\n"));
-}
-
-TEST(CtrlC, TooLateForABreak) {
-  ScriptedTill till("mark waiting\nidle 20000\nbroken\nblock 60 "
-                    "00000001000006432026112111590000000000001234561234567890100\\e\\e\\e\\e\ngood\n");
-  till.Start({"sale", "1"});
-  ASSERT_TRUE(till.WaitFor("waiting"));
-  till.Interrupt();
-  EXPECT_EQ(till.Finish().iExit, 0);
-}
-
-TEST(CtrlC, WithoutEffectSaysSo) {
-  ScriptedTill till("mark waiting\nsleep 2500\nbad\n");
-  till.Start({"sale", "1"});
-  ASSERT_TRUE(till.WaitFor("waiting"));
-  till.Interrupt();
-  Ran ran = till.Finish();
-  EXPECT_EQ(ran.iExit, 3);
-  EXPECT_THAT(ran.oErr, HasSubstr("BREAK=1"));
+  struct {
+    std::string oScript;
+    int iExit;
+    const char *pccOut, *pccErr, *pccRecord;
+  } cases[] = {
+      {"idle 20000\nbroken\nblock 34 0\nbad\n", 3, "Broken off at the till's request.", "",
+       "break\ndestroy\n"},
+      {"idle 20000\nbroken\nblock 60 "
+       "00000001000006432026112111590000000000001234561234567890100\\e\\e\\e\\e\n"
+       "good\n",
+       0, "APPROVED", "", "break\n"},                       // too late
+      {"sleep 2500\nbad\n", 3, "", "BREAK=1", "destroy\n"}, // nobody asks whether to break
+  };
+  for (const auto& c : cases) {
+    ScriptedTill till("mark waiting\n" + c.oScript);
+    till.Start("sale 1");
+    ASSERT_TRUE(till.WaitFor("waiting"));
+    till.Interrupt();
+    Ran ran = till.Finish();
+    EXPECT_EQ(ran.iExit, c.iExit) << c.oScript;
+    EXPECT_THAT(ran.oOut, HasSubstr(c.pccOut));
+    EXPECT_THAT(ran.oErr, HasSubstr(c.pccErr));
+    EXPECT_THAT(till.Record(), HasSubstr(c.pccRecord));
+  }
 }
 
 TEST(CtrlC, TwiceLeavesAtOnce) {
-  for (bool json : {false, true}) {
+  for (auto [line, says] :
+       {std::pair{"sale 1", "OUTCOME UNKNOWN"}, {"sale 1 --json", "\"outcome\": \"unknown\""}}) {
     ScriptedTill till("block 32 0line\nmark waiting\nsleep 60000\n");
-    till.Start(json ? std::vector<std::string>{"sale", "1", "--json"}
-                    : std::vector<std::string>{"sale", "1"});
+    till.Start(line);
     ASSERT_TRUE(till.WaitFor("waiting"));
     till.Interrupt();
     ASSERT_TRUE(till.WaitFor("once more", "err")); // two signals that come together are one
@@ -69,8 +65,7 @@ TEST(CtrlC, TwiceLeavesAtOnce) {
     Ran ran = till.Finish();
     EXPECT_EQ(ran.iExit, 5);
     EXPECT_THAT(ran.oErr, HasSubstr("THE OUTCOME IS UNKNOWN"));
-    EXPECT_THAT(ran.oOut, HasSubstr(json ? "\"outcome\": \"unknown\"" : "OUTCOME UNKNOWN"));
-    EXPECT_THAT(ran.oOut, HasSubstr("line"));
+    EXPECT_THAT(ran.oOut, testing::AllOf(HasSubstr(says), HasSubstr("line")));
     EXPECT_THAT(till.Record(), Not(HasSubstr("destroy")));
   }
 }
@@ -79,7 +74,7 @@ TEST(CtrlC, TwiceLeavesAtOnce) {
 TEST(Output, ReaderGoesAway) {
   ScriptedTill till("block 32 0line\nblock 52 \nbad\n");
   till.fReaderGone = true;
-  EXPECT_EQ(till.Run({"sale", "1"}).iExit, 3);
+  EXPECT_EQ(till.Run("sale 1").iExit, 3);
 }
 
 } // namespace
