@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <pty.h>
-#include <termios.h>
 
 namespace {
 
@@ -46,10 +45,12 @@ public:
     std::string why;
     zat::tLinkPlace where;
     EXPECT_TRUE(zat::LinkPlaceFromText(place, where, why) && link.Open(where, 20000, why)) << why;
-    link.LogTo(
-        [](void* self, const char* line, size_t n) { static_cast<Till*>(self)->log.append(line, n) += '\n'; },
-        this);
-    EXPECT_TRUE(EFTPWorkInit(&port, &link, nullptr, &EFTPLinkSetUp, true));
+    SetUp();
+  }
+  explicit Till(int line) {
+    std::string why;
+    EXPECT_TRUE(link.Adopt(line, why)) << why;
+    SetUp();
   }
 
   // Sends a sale and takes the answer; the codes of the blocks, "nothing" where the exchange broke off.
@@ -75,6 +76,13 @@ public:
   std::string log;
 
 private:
+  void SetUp() {
+    link.LogTo(
+        [](void* self, const char* line, size_t n) { static_cast<Till*>(self)->log.append(line, n) += '\n'; },
+        this);
+    EXPECT_TRUE(EFTPWorkInit(&port, &link, nullptr, &EFTPLinkSetUp, true));
+  }
+
   zat::Link link;
   PortSEtx_tag port{};
 };
@@ -103,26 +111,8 @@ TEST(Link, AnswersOverASerialLine) {
   Site at;
   Server server(at, "--serial", name);
   ASSERT_NE(server.ready.find("answers on"), std::string::npos);
-  termios raw;
-  tcgetattr(slave, &raw);
-  EXPECT_FALSE(raw.c_lflag & ICANON);
   close(slave);
-
-  const std::string request = "\x10\x02"
-                              "30000000123400"
-                              "\x10\x03";
-  char check = 0;
-  for (char c : request.substr(2, 14)) check = static_cast<char>(check ^ c);
-  ASSERT_EQ(write(master, (request + check).data(), request.size() + 1), ssize_t(request.size() + 1));
-  std::string got;
-  for (char c = 0; got.find("#0000000123400\x10\x03") == std::string::npos && read(master, &c, 1) == 1;) {
-    got += c;
-    const bool frame = got.size() > 3 && got.compare(got.size() - 3, 2, "\x10\x03") == 0;
-    ASSERT_TRUE(!frame || write(master, "\x06", 1) == 1);
-  }
-  EXPECT_EQ(got.substr(0, 5), "\x06\x10\x02"
-                              "31");
-  close(master);
+  EXPECT_EQ(Till(master).Sale("30000"), "53 32 60 #0");
 }
 
 TEST(Link, HasFaultsOfItsOwn) {

@@ -5,7 +5,6 @@
 #include "scratch.h"
 #include "uni_misc.h"
 #include "upipes.h"
-#include <chrono>
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,11 +13,10 @@
 // An installation with the module alone in it: BIN/zat_mm is a link to the built one.
 struct Site : Scratch {
   explicit Site(const std::string& faults = "") {
-    Faults(faults);
+    Put("simulator.cfg", "[FAULTS]\n" + faults);
     std::filesystem::create_directory(*this / "BIN");
     std::filesystem::create_symlink(ZAT_INSTALLATION "/BIN/zat_mm", *this / "BIN/zat_mm");
   }
-  void Faults(const std::string& keys) { Put("simulator.cfg", "[FAULTS]\n" + keys); }
 };
 
 // One started module. Everything waits on blocks with a limit; a limit that runs out shows as an empty block.
@@ -27,13 +25,12 @@ public:
   explicit Module(const Site& at, const std::string& terminal = "0000001234", const std::string& config = "-")
       : id(terminal) {
     pipes.Open();
-    const std::string exported = pipes.Export();
+    pipes.SetPeerCheck(&Gone, this);
+    const std::string program = at / "BIN/zat_mm", ends = pipes.Export(), path = '"' + config + '"';
     child = fork();
-    if (child == 0) {
-      execl((at / "BIN/zat_mm").c_str(), (at / "BIN/zat_mm").c_str(), exported.c_str(),
-            ('"' + config + '"').c_str(), id.c_str(), nullptr);
-      _exit(255);
-    }
+    if (child != 0) return;
+    execl(program.c_str(), program.c_str(), ends.c_str(), path.c_str(), id.c_str(), nullptr);
+    _exit(255);
   }
   ~Module() {
     if (child <= 0) return;
@@ -41,15 +38,15 @@ public:
     waitpid(child, nullptr, 0);
   }
 
-  // The next block, or an empty string when none comes in time.
+  // The next block, or an empty string when none comes in time or the module has ended.
   std::string Block(int ms = 20000) {
     char buffer[4096];
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    do {
+    for (bool last = false; ms >= 0 && !last; --ms) {
+      last = Gone(this) && !pipes.WaitIn(0); // what it wrote before its end is still there
       if (int n = pipes.ReadBlock(buffer, sizeof buffer, UnnamedPipes::eBTv0cb); n > 0)
         return {buffer, buffer + n};
-      YieldMS(1);
-    } while (std::chrono::steady_clock::now() < end);
+      if (!last) YieldMS(1);
+    }
     return {};
   }
 
@@ -75,21 +72,22 @@ public:
   }
 
   // How the module ended, as waitpid tells it; -1 when it has not within the limit.
-  int Ended(int ms = 20000) {
-    int status = -1;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
-      if (std::chrono::steady_clock::now() > end) return -1;
-      YieldMS(1);
-    }
-    child = -1;
+  int Ended() {
+    for (int ms = 20000; !Gone(this) && ms > 0; --ms) YieldMS(1);
     return status;
   }
 
   UnnamedPipes pipes;
-  pid_t child = -1;
 
 private:
+  static bool Gone(void* pv) {
+    auto& self = *static_cast<Module*>(pv);
+    if (self.child > 0 && waitpid(self.child, &self.status, WNOHANG) != 0) self.child = -1;
+    return self.child <= 0;
+  }
+
+  pid_t child = -1;
+  int status = -1;
   std::string id;
 };
 

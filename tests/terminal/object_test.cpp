@@ -39,17 +39,20 @@ TEST(Object, BringsTheTerminalsBlocksToATill) {
   Desk desk;
   EXPECT_EQ(Codes(desk.Sale("000000030000")), "53 32 60 nothing 9") << "a good end leaves the buffer alone";
 
-  const Blocks declined = desk.Sale("000000030005");
-  EXPECT_EQ(Codes(declined), "53 32 60 5X 9");
-  EXPECT_EQ(declined[declined.size() - 2].substr(14), "XAЗавершено с ошибкой"_1251);
-
-  const Blocks failed = desk.Sale("000000030094");
-  EXPECT_EQ(Codes(failed), "53 5X 5X 9");
-  EXPECT_EQ(failed[1].substr(14), "M4HOST 1: Ошибка транспортного уровня (110)"_1251)
-      << "the object translates it";
-
-  const Blocks lost = desk.Sale("000000030077");
-  EXPECT_EQ(lost[lost.size() - 2].substr(14, 2), "XL") << "the module died after the approval";
+  const struct {
+    const char *amount, *codes;
+    size_t fromEnd; // the block, counted from the result
+    const char* says;
+  } cases[] = {
+      {"000000030005", "53 32 60 5X 9", 1, "XAЗавершено с ошибкой"_1251},
+      {"000000030094", "53 5X 5X 9", 2, "M4HOST 1: Ошибка транспортного уровня (110)"_1251}, // translated
+      {"000000030077", "53 5X 9", 1, "XL"}, // the module died after the approval
+  };
+  for (const auto& c : cases) {
+    const Blocks blocks = desk.Sale(c.amount);
+    EXPECT_EQ(Codes(blocks), c.codes);
+    EXPECT_EQ(blocks[blocks.size() - 1 - c.fromEnd].substr(14, strlen(c.says)), c.says);
+  }
 }
 
 } // namespace
