@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <fstream>
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "command.h"
+#include "loghtml.h"
 #include "place.h"
+#include "text.h"
 #include "timeline.h"
 #include "utilf.h"
 
@@ -21,7 +24,7 @@ constexpr int kPollMs = 250;
 
 struct tOptions {
   tString oPlace; // a log, an installation, "-"; empty: the installation of this program
-  tString oSince, oTid;
+  tString oSince, oTid, oHtml;
   size_t lLast = 0; // 0: all
   bool fFailed = false, fFollow = false, fJson = false, fShort = false;
 };
@@ -109,6 +112,16 @@ int Cut(Output& out) {
   return eExitUsage;
 }
 
+int WritePage(const tList& list, const tString& log, const tString& file, time_t now) {
+  const tString page = LogPage(list, "MicroS: " + ToScreen(log), now);
+  std::ofstream out(file, std::ios::binary);
+  out << page;
+  out.close();
+  if (out) return eExitGood;
+  Complain(fmt::format("cannot write {}: {}", file, strerror(errno)));
+  return eExitUsage;
+}
+
 // ---- the two ways of reading ------------------------------------------------------------------------------
 
 tString Named(const tString& name) { return name == "-" ? "the standard input" : name; }
@@ -129,6 +142,7 @@ int ShowWhole(const tString& name, const tOptions& options, const tFilter& filte
   }
   const time_t now = time(nullptr);
   const tList all = exchanges.TakeReady(now, true), list = Wanted(all, filter, options.lLast, now);
+  if (!options.oHtml.empty()) return WritePage(list, name, options.oHtml, now);
   Output out;
   Show(list, options, now, out);
   if (list.empty() && isLog && !options.fJson)
@@ -189,8 +203,11 @@ void AddLog(CLI::App& oApp, int* piExit) {
   cmd->add_option("-n,--last", options->lLast, "Only the last N exchanges")->type_name("N");
   cmd->add_flag("--failed", options->fFailed, "Only what did not end well");
   cmd->add_flag("-s,--short", options->fShort, "One line for each exchange");
+  cmd->add_option("--html", options->oHtml, "Write a page for a browser to this file instead")
+      ->type_name("FILE");
   cmd->add_flag("-f,--follow", options->fFollow,
-                "Go on with each exchange that ends, also when the log is moved");
+                "Go on with each exchange that ends, also when the log is moved")
+      ->excludes("--html");
   cmd->add_flag("--json", options->fJson, "A JSON array; with -f one object in each line");
   cmd->footer(
       "Card data are masked. Times are whole seconds, as in the log; a pause of 5 s and more is shown.\n"

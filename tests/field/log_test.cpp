@@ -130,6 +130,21 @@ TEST(Log, FiltersAndText) {
   EXPECT_EQ(Shell(log + "--since yesterday").iExit, 2);
 }
 
+// What the terminal says is text on the page, whatever it says.
+TEST(Log, Page) {
+  Scratch scratch;
+  scratch.Put("zat_comm.log", Begin("14.03.59", '1') + Write("14.03.59", '1', Sale('7')) +
+                                  Read("14.04.30", '1', "5X00000000071AM1<script>x</script>&\"\xC4\xE0") +
+                                  Read("14.04.30", '1', kBad));
+  EXPECT_EQ(Shell("zat_tool log " + (scratch / "") + " --html " + (scratch / "page.html")).oOut, "");
+  const std::string page = scratch.Get("page.html");
+  EXPECT_THAT(page,
+              AllOf(HasSubstr("M1 &lt;script&gt;x&lt;/script&gt;&amp;&quot;Да"), Not(HasSubstr("<script")),
+                    HasSubstr("<rect class=\"refused\""), HasSubstr("31 s without a line"),
+                    HasSubstr("1 exchanges"), testing::EndsWith("</html>\n")));
+  EXPECT_EQ(Shell("zat_tool log " + (scratch / "") + " --html /dev/full/x").iExit, 2);
+}
+
 // What ended before the log was moved, and what began in the new one, is told while it happens.
 TEST(Log, FollowsAcrossTheMove) {
   Scratch scratch;
