@@ -47,7 +47,7 @@ bool TryLocks(MicroSGlData_tag* poMSGD, zat::Pauses& pauses, int* piWhy) {
   if (putflock(poMSGD->oMainLck.c_str()) != 0) {
     *piWhy = errno;
     pauses
-        .Next(); // a held lock is waited for: this one cannot be made, and to try harder would only burn a processor
+        .Next(); // a held lock is waited for, so this one cannot be made: no use in burning a processor for it
     return false;
   }
   GSLog(100, "[MicroS] Put lock: %s", poMSGD->oMainLck.c_str());
