@@ -1,4 +1,5 @@
 // The log: what a line looks like, which lines are written, when the file is moved, and that no lock loses a line.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -89,6 +90,27 @@ TEST(Logger, ALogThatOutgrewItsLimitIsMovedWhenItIsOpened) {
     EXPECT_EQ(dir.Get(c.name).find("eleven") == std::string::npos, c.moved) << c.name << c.limit;
     EXPECT_EQ(dir.Get(c.backup).starts_with("eleven byte"), c.moved || c.backup == std::string(c.name));
   }
+}
+
+// A till runs for months while others start and move the log, and a host may close what it does not know.
+TEST(Logger, FollowsItsNameAndKeepsOutOfOtherFiles) {
+  Scratch dir;
+  SLogger log((dir / "zat_comm.log").c_str(), false);
+  log.Write(200, "one");
+  SLogger other((dir / "other.log").c_str(), false);
+  other.ulMSize = 1;
+  other.open((dir / "zat_comm.log").c_str(), false);
+  log.Write(200, "two");
+  EXPECT_NE(dir.Get("zat_com2.log").find("one\r\n"), std::string::npos);
+  EXPECT_THAT(dir.Get("zat_comm.log"), MatchesRegex(".* two\r\n"));
+
+  int hosts = open((dir / "hosts").c_str(), O_WRONLY | O_CREAT, 0666), number = fileno(log.poOut);
+  ASSERT_EQ(dup2(hosts, number), number);
+  log.Write(200, "three");
+  log.close();
+  EXPECT_EQ(write(number, "host", 4), 4); // still open
+  EXPECT_EQ(dir.Get("hosts"), "host");
+  EXPECT_NE(dir.Get("zat_comm.log").find("three\r\n"), std::string::npos);
 }
 
 TEST(Logger, PathsThatCannotBeALogAreSilent) {

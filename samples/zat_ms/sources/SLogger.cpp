@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "initorder.h"
@@ -109,7 +110,7 @@ bool IsObjectAddress(const void* pvSelf) {
 
 SLogger::SLogger()
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false) {
+      fLockLost(false), oDevice(0), oINode(0) {
   tString path;
   DetectLocDir("[GSLog]", path);
   tString home = path;
@@ -126,7 +127,7 @@ SLogger::SLogger()
 
 SLogger::SLogger(const char* pcFName, bool fClear)
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false) {
+      fLockLost(false), oDevice(0), oINode(0) {
   open(pcFName, fClear);
 }
 
@@ -138,13 +139,46 @@ SLogger::~SLogger() {
 void SLogger::open(const char* pcFName, bool fClear) {
   close();
   fStdOut = strcmp(pcFName, "stdout") == 0;
-  oFLockN = tString(pcFName) + ".lck";
+  oFName = pcFName;
+  oFLockN = oFName + ".lck";
   if (fStdOut) {
     poOut = stdout;
   } else {
     CheckSize(pcFName);
-    poOut = OpenAppending(pcFName, fClear);
+    Adopt(OpenAppending(pcFName, fClear));
   }
+}
+
+void SLogger::Adopt(FILE* poNew) {
+  struct stat info = {};
+  if (poNew) fstat(fileno(poNew), &info);
+  oDevice = info.st_dev;
+  oINode = info.st_ino;
+  poOut = poNew;
+}
+
+bool SLogger::IsOurs(const struct stat& info) const {
+  return info.st_dev == oDevice && info.st_ino == oINode;
+}
+
+// False when the host has closed the log's descriptor, as daemons do with all that they do not know. The number may be
+// another file's by now, which is neither written nor closed.
+bool SLogger::StillOpen() const {
+  struct stat info = {};
+  return fstat(fileno(poOut), &info) == 0 && IsOurs(info);
+}
+
+// Opens the log again when the host has closed it, or when it has another name by now: each start of a till may move it,
+// and a second move removes the file in which this till's lines would go on. A name that is not absolute led somewhere
+// else if the host has changed its directory, so that log is not looked for.
+void SLogger::Follow() {
+  bool open = StillOpen(), absolute = oFName[0] == '/';
+  struct stat info = {};
+  if (fStdOut || (open && (!absolute || (stat(oFName.c_str(), &info) == 0 && IsOurs(info))))) return;
+  FILE* next = absolute ? OpenAppending(oFName.c_str(), false) : nullptr;
+  if (open && !next) return;
+  if (open) fclose(poOut);
+  Adopt(next);
 }
 
 void SLogger::CheckSize(const char* pcFName) {
@@ -195,7 +229,7 @@ void SLogger::FreeLock(int iLock) const {
 }
 
 void SLogger::close() {
-  if (poOut && !fStdOut) fclose(poOut);
+  if (poOut && !fStdOut && StillOpen()) fclose(poOut);
   poOut = nullptr;
 }
 
@@ -221,14 +255,16 @@ void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
   int lock = TakeLock(fLockLost ? kNoLockMs : kWriteLockMs);
   fLockLost = lock < 0;
   if (fLockLost) AppendToFLog(nullptr, "Can`t lock '%s' - skip block log", oFLockN.c_str());
+  Follow();
   try {
     tString line = LineStart();
     if (iLvl <= kRawPrefixLevel) line += " L[" + std::to_string(iLvl) + ":" + std::to_string(lvl) + "]";
     line += " : ";
     AppendFormatted(line, fmt, args);
     line += "\r\n";
-    fwrite(line.data(), 1, line.size(), poOut); // a full disk loses the line: there is nowhere left to say so
-    fflush(poOut);
+    if (poOut)
+      fwrite(line.data(), 1, line.size(), poOut); // a full disk loses it: there is nowhere left to say so
+    if (poOut) fflush(poOut);
   } catch (...) { // no memory loses it too, but neither the lock below nor the payment that the line tells of
   }
   FreeLock(lock);

@@ -10,7 +10,11 @@
 #include <cstddef>
 #include <cstdio>
 
+#include <sys/types.h>
+
 #include "ztypes.h"
+
+struct stat;
 
 struct SLogger {
   FILE* poOut;           // the open log, standard output, or null: logging off
@@ -20,6 +24,9 @@ struct SLogger {
   unsigned long ulMSize; // bytes beyond which open moves the file to its backup name
   void* pvSelfForCheck;  // this object's own address while it lives
   bool fLockLost;        // the last wait for the lock failed: until one succeeds, lines wait only briefly
+  tString oFName;        // the log's name
+  dev_t oDevice;         // the file that was opened under it
+  ino_t oINode;
 
   // The configured global logger: reads micromgl.cfg of the installation and opens the log named there (key
   // LOGFILE of section ENV), by default zat_comm.log beside the object. Without a configuration file there is no
@@ -52,7 +59,8 @@ struct SLogger {
   // One line: local time, process id, the text formatted as by printf, carriage return and line feed. Waits up to
   // 60 s for a lock that another writer holds, 50 ms for one that cannot be had at all, and then writes without it,
   // which is noted in the exception log: a line is never lost to a lock that nobody frees. After one such wait the next
-  // lines wait 50 ms, until a lock succeeds again. Never throws: without memory the line is lost.
+  // lines wait 50 ms, until a lock succeeds again. A log that was moved, removed or closed under the logger is opened
+  // anew. Never throws: without memory the line is lost.
   void Write(int lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
   void WriteV(int lvl, const char* fmt, va_list args) __attribute__((format(printf, 3, 0)));
 
@@ -64,6 +72,10 @@ struct SLogger {
   bool Wants(int lvl) const;
 
 private:
+  void Adopt(FILE* poNew);
+  bool IsOurs(const struct stat& info) const;
+  bool StillOpen() const;
+  void Follow();
   void CheckSize(const char* pcFName);
   void Rotate(const char* pcFName, const char* pcBackup) const;
   int TakeLock(tTicks iMsWait) const;
