@@ -229,11 +229,12 @@ void Exchange::LogBlock() {
   }
 }
 
-// Copies a block that continues the exchange to the till. A module that does not know the terminal id yet sends
+// Hands a block that continues the exchange over to the till: no copy of card data stays here. A module that does not know the terminal id yet sends
 // question marks; the till gets its own id in their place.
 tEFTErr Exchange::HandOver() {
   constexpr int kIdAt = 2, kIdLength = sizeof kNoId - 1;
   memcpy(out, self.mucBUF, static_cast<size_t>(blockLength));
+  explicit_bzero(self.mucBUF, static_cast<size_t>(blockLength));
   bool nameless = blockLength >= kIdAt + kIdLength && memcmp(out + kIdAt, kNoId, kIdLength) == 0;
   if (nameless && self.oId.size() == kIdLength) memcpy(out + kIdAt, self.oId.data(), kIdLength);
   return eEFTEnone;

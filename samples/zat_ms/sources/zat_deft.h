@@ -125,7 +125,7 @@ struct MicroSMan {
 };
 
 // Makes a session. szConfigPath is handed on to the module and may be null or empty. Null when memory ran out.
-// Calls on one session must come one at a time; sessions of different threads are independent but for the log.
+// The calls of one process come one at a time, whatever the session.
 extern "C" ZAT_API void* eftp_create(char* szConfigPath);
 
 // One step of an exchange: sends the request in pchInBuffer (14-byte header and data; null to poll) and puts the
