@@ -18,8 +18,9 @@ constexpr tTicks kGreetingMs = 30000;
 constexpr tTicks kBlockMs = 30300;
 constexpr int kGreetingMax = 29;
 constexpr size_t kFinDayLines = 8;
-constexpr int kIdleMs = 1;  // the idle callback is called about every millisecond
-constexpr int kLookMs = 50; // the module's state is looked at each time it has been silent for so long
+constexpr int kIdleMs = 1; // the idle callback is called about every millisecond
+constexpr int kLookMs =
+    100; // the module's state is looked at each time it has been silent for so long: ten wake-ups a second
 constexpr char kNoId[] = "??????????";
 constexpr char kEarly[] = "I3Timeout violation between inquiries from cash desk";
 
