@@ -203,10 +203,11 @@ void SLogger::Rotate(const char* pcFName, const char* pcBackup) const {
 
 // The descriptor that holds the log's lock, or -1 when it was not to be had in time.
 int SLogger::TakeLock(tTicks iMsWait) const {
-  tTicks start = TicksGet();
-  zat::Pauses pauses;
   errno = 0;
   int lock = zat::TakeBriefLock(oFLockN.c_str());
+  if (lock >= 0) return lock; // so nearly always, and then the clock is not asked
+  tTicks start = TicksGet();
+  zat::Pauses pauses;
   while (lock < 0) {
     // Only a lock that somebody holds is worth the whole wait. One that cannot be had at all (a full disk, a directory
     // without the right to write, no descriptor left) would keep the till waiting for nobody.
