@@ -42,7 +42,9 @@ public:
   // One call; an empty request polls. The block is then in `answer`.
   int Call(const std::string& request, FUN_IDLE idle = nullptr, void* data = nullptr) {
     std::string copy = request;
-    return object.call(session, request.empty() ? nullptr : copy.data(), answer, idle, data);
+    const int result = object.call(session, request.empty() ? nullptr : copy.data(), answer, idle, data);
+    returned = NowNs();
+    return result;
   }
 
   // A request that is answered with one block and leaves the exchange open.
@@ -53,6 +55,7 @@ public:
   }
 
   char answer[ZAT_MS_BUFFER] = {};
+  int64_t returned = 0; // when the last call did
 
 private:
   LoadedObject object;
