@@ -324,7 +324,7 @@ bool AppendToFLog(const char* pccFName, const char* fmt, ...) {
 }
 
 void GSLog(int lvl, const char* fmt, ...) {
-  if (!SLogger::ItIsMe(poGSLog)) return;
+  if (!GSWants(lvl)) return;
   va_list args;
   va_start(args, fmt);
   poGSLog->WriteV(lvl, fmt, args);

@@ -168,7 +168,7 @@ tEFTErr Exchange::AwaitBlock() {
     return eEFTElost; // the exchange stays open: the answer may still come
   }
   // A block shorter than a header is read with zeros behind it, not with the rest of the block before it.
-  memset(self.mucBUF + blockLength, 0, sizeof self.mucBUF - static_cast<size_t>(blockLength));
+  if (blockLength < kHeader) memset(self.mucBUF + blockLength, 0, static_cast<size_t>(kHeader - blockLength));
   tString blockId;
   tEFTErr code = EFTePars(reinterpret_cast<char*>(self.mucBUF), workId, blockId, nullptr);
   try {
@@ -200,7 +200,7 @@ int Exchange::Read(unsigned char* pbBuffer, int iLen, tTicks iMsWait, FUN_IDLE p
       // In this order: what the module wrote in its last moment is still read.
       deserted = ModuleLost(self.oMSGD.pvExHandle) && !self.oUP.WaitIn(0);
     }
-    now = TicksGet();
+    if (length == 0) now = TicksGet();
   }
   self.oUP.SetPeerCheck(nullptr, nullptr);
   return length;

@@ -263,12 +263,13 @@ tString LocalText(const tMesgRm& row, const tString& moduleText) {
 bool eftp_msgmod(char* pchOutBuffer, tEFTErr oErr, long lCP) {
   bool visible = oErr == eEFTEnone || oErr == eEFTEfinok || oErr == eEFTEfiner;
   if (!pchOutBuffer || !visible) return false;
+  if (EFTPWId(pchOutBuffer[0], pchOutBuffer[1]) != eEFTPwidRubad) return false; // nearly every block: no message
   tEFTPWorkId workId = eEFTPwidNone;
   tString id;
   int announced = 0;
   EFTePars(pchOutBuffer, workId, id, &announced);
   size_t length = std::min(static_cast<size_t>(announced), kAnswerMax - kHeader);
-  if (workId != eEFTPwidRubad || length < kCodeLength) return false;
+  if (length < kCodeLength) return false;
 
   const tString code(pchOutBuffer + kHeader, kCodeLength);
   const tMesgRm* row = FindLocal(code, lCP);
