@@ -1,8 +1,6 @@
-// The order in which the object's globals come to life, fixed across files. Without it the linker's file order
-// would decide, and a logger that is built before the launcher state would be destroyed before it too: the
-// state's destructor, which waits for the terminal module, could then write to a dead log.
-//
-// The first to be built is the last to be destroyed.
+// The order in which the object's globals come to life, fixed across files, where the linker's order would decide
+// otherwise. They end in reverse: the launcher state last, because its destructor waits for a module that still runs,
+// as long as a payment takes. It writes nothing, and nobody finds the other globals half destroyed meanwhile.
 #pragma once
 
 // Priorities up to 100 belong to the language's runtime, and the default is 65535.

@@ -349,8 +349,8 @@ SLogger* poGSLog = nullptr;
 
 namespace {
 
-// Makes the global logger when the object is loaded and ends it when it is unloaded. Whatever goes wrong there leaves the
-// object silent rather than stopping the host's start.
+// Makes the global logger when the object is loaded and ends it when it is unloaded. Whatever goes wrong there leaves
+// the object silent rather than stopping the host's start.
 struct AutoInit {
   AutoInit() {
     try {

@@ -106,8 +106,8 @@ template<class T> bool KnowsItself(const void* pvSelf) {
   return *mark == pvSelf;
 }
 
-// Clears the mark, first thing in a destructor. Through volatile: to the compiler the object is dead by then, and a plain
-// store would be dropped, which would leave the freed memory looking like a living object.
+// Clears the mark, first thing in a destructor. Through volatile: to the compiler the object is dead by then, and a
+// plain store would be dropped, which would leave the freed memory looking like a living object.
 inline void ForgetSelf(void** ppvSelfForCheck) { *const_cast<void* volatile*>(ppvSelfForCheck) = nullptr; }
 
 // The global logger; null before the object is initialised and after it is unloaded.

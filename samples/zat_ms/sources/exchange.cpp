@@ -24,8 +24,8 @@ constexpr int kLookMs = 100;
 constexpr char kNoId[] = "??????????";
 constexpr char kEarly[] = "I3Timeout violation between inquiries from cash desk";
 
-// The module will not write any more: it was ended by a signal or could not be executed. One that ended in another
-// way may have left a helper of its own behind that still holds the pipe, so it is waited for as long as the limit says.
+// The module will not write any more: it was ended by a signal or could not be executed. One that ended in another way
+// may have left a helper of its own behind that still holds the pipe, so it is waited for as long as the limit says.
 bool ModuleLost(void* handle) { return SysCallLost(handle); }
 
 // After a break request the wait has no limit of its own, so it ends with the module in whatever way it ended.
@@ -87,9 +87,10 @@ tEFTErr Exchange::Steps() {
   // A header of any class is forwarded: what the module makes of it is the module's affair.
   if (in) EFTePars(in, workId, id, &dataLength);
   tEFTErr code = TakeRequest();
-  if (code == eEFTEnone && !self.oMSGD.pvExHandle && !early) code = StartModule();
-  if (code == eEFTEnone && !early) code = SendRequest();
-  if (code == eEFTEnone && !early && out) code = AwaitBlock();
+  if (early) return eEFTEnone; // Run answers it
+  if (code == eEFTEnone && !self.oMSGD.pvExHandle) code = StartModule();
+  if (code == eEFTEnone) code = SendRequest();
+  if (code == eEFTEnone && out) code = AwaitBlock();
   return code;
 }
 
@@ -230,8 +231,8 @@ void Exchange::LogBlock() {
   }
 }
 
-// Hands a block that continues the exchange over to the till: no copy of card data stays here. A module that does not know the terminal id yet sends
-// question marks; the till gets its own id in their place.
+// Hands a block that continues the exchange over to the till; no copy of card data stays here. A module that does not
+// know the terminal id yet sends question marks: the till gets its own id in their place.
 tEFTErr Exchange::HandOver() {
   constexpr int kIdAt = 2, kIdLength = sizeof kNoId - 1;
   memcpy(out, self.mucBUF, static_cast<size_t>(blockLength));

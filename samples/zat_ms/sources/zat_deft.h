@@ -129,8 +129,9 @@ struct MicroSMan {
 extern "C" ZAT_API void* eftp_create(char* szConfigPath);
 
 // One step of an exchange: sends the request in pchInBuffer (14-byte header and data; null to poll) and puts the
-// module's next block into pchOutBuffer (at least 2048 bytes, not terminated; null: send only). While it waits, pfIdle is
-// called with pvData about every millisecond, when the setting BREAK allows it; non-zero asks for a break.
+// module's next block into pchOutBuffer (at least 2048 bytes, not terminated; null: send only). While it waits, pfIdle
+// is called with pvData about every millisecond, when the setting BREAK allows it; non-zero asks for a break. One that
+// throws ends the call as a lost link does. A cancellation of the calling thread takes effect after the call.
 // Returns 0: the buffer holds a block, call again; 9: over, after a failure the buffer holds a "5X" block whose
 // data begin with the reason "X..". With the setting OLDRET: the tEFTErr value (65535 for a lost link), but 9 for a
 // handle that is null or no session. Waits at most 30 s for the module's start and 30.3 s for a block; after a break
@@ -150,8 +151,8 @@ tEFTErr EFTePars(char* pcBuf, tEFTPWorkId& oEPWId, tString& oId, int* piL);
 int do_eft_break(char* pcBuf, const tString& oId);
 
 // Replaces the text of a "5X" answer by the till's own language where MesgRm has one for its code. Only for answers
-// the till is about to see (eEFTEnone, eEFTEfinok, eEFTEfiner); the buffer is the till's of 2048 bytes, and nothing beyond them is
-// touched whatever the answer's length field says. True when the answer was rewritten.
+// the till is about to see (eEFTEnone, eEFTEfinok, eEFTEfiner); the buffer is the till's of 2048 bytes, and nothing
+// beyond them is touched whatever the answer's length field says. True when the answer was rewritten.
 bool eftp_msgmod(char* pchOutBuffer, tEFTErr oErr, long lCP);
 
 // Turns an inner result (code in the low 16 bits) into what the till gets, and a failure into a "5X" block in the
