@@ -145,8 +145,11 @@ void* eftp_create(char* szConfigPath);
  * pchInBuffer   the request, 14 bytes of header and as many bytes of data as the header says; or null. Only
  *               read, and not kept. Wipe it afterwards when it holds card data.
  * pchOutBuffer  at least ZAT_MS_BUFFER bytes for the answer, written without a terminator. With null a
- * request is sent and nothing is read: its answer waits for the next call. pfIdle        called while
- * waiting, see FUN_IDLE; may be null. pvData        for pfIdle.
+ *               request is sent and nothing is read: its answer waits for the next call.
+ *
+ * pfIdle        called while waiting, see FUN_IDLE; may be null.
+ *
+ * pvData        for pfIdle.
  *
  * Fill the answer buffer with zeros before each call. A successful end leaves it untouched, an unsuccessful
  * one writes a "5X" block whose data begin with one of the reasons above: that is the difference.
@@ -156,6 +159,12 @@ void* eftp_create(char* szConfigPath);
  *
  * Waits up to 30 s for the module's greeting, up to 30.3 s for a block, and as long as other tills hold the
  * installation's locks. A module that ends by a signal ends the wait at once.
+ *
+ * After "XL" the exchange stays open, since the answer may still come: calls without a request collect it. A
+ * request would go to the same module, and to a dead one without effect. To give the exchange up, end the
+ * session, then ask for the outcome in a new one.
+ *
+ * A cancellation of the calling thread takes effect after the call.
  */
 int eftp_do(void* pvSelf, char* pchInBuffer, char* pchOutBuffer, FUN_IDLE pfIdle, void* pvData);
 
