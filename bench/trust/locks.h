@@ -1,0 +1,9 @@
+// The parts of the area of lock files.
+#pragma once
+#include "check.h"
+
+namespace trust {
+
+Finding MeasureStale();
+
+} // namespace trust
