@@ -95,14 +95,19 @@ TEST(Logger, ALogThatOutgrewItsLimitIsMovedWhenItIsOpened) {
 // A till runs for months while others start and move the log, and a host may close what it does not know.
 TEST(Logger, FollowsItsNameAndKeepsOutOfOtherFiles) {
   Scratch dir;
-  SLogger log((dir / "zat_comm.log").c_str(), false);
+  SLogger log((dir / "zat_comm.log").c_str(), false), other((dir / "other.log").c_str(), false);
+  log.ulMSize = other.ulMSize = 1;
   log.Write(200, "one");
-  SLogger other((dir / "other.log").c_str(), false);
-  other.ulMSize = 1;
   other.open((dir / "zat_comm.log").c_str(), false);
   log.Write(200, "two");
   EXPECT_NE(dir.Get("zat_com2.log").find("one\r\n"), std::string::npos);
   EXPECT_THAT(dir.Get("zat_comm.log"), MatchesRegex(".* two\r\n"));
+
+  log.ulMSize = 1000;
+  std::filesystem::rename(dir / "zat_comm.log", dir / "kept");
+  log.oLooked = 0; // as a second later
+  log.Write(200, "by hand");
+  EXPECT_THAT(dir.Get("zat_comm.log"), MatchesRegex(".* by hand\r\n"));
 
   int hosts = open((dir / "hosts").c_str(), O_WRONLY | O_CREAT, 0666), number = fileno(log.poOut);
   ASSERT_EQ(dup2(hosts, number), number);

@@ -67,15 +67,15 @@ void AppendHex(tString& text, const char* data, int length) {
 }
 
 // "2026-11-21 14.03.59 {0000ABCD}", with which every line of both logs begins.
-tString LineStart() {
-  time_t now = time(nullptr);
-  struct tm local = {};
-  localtime_r(&now, &local);
-  char text[64];
-  size_t length = strftime(text, 32, "%Y-%m-%d %H.%M.%S", &local);
-  length += static_cast<size_t>(
-      snprintf(text + length, sizeof text - length, " {%08X}", static_cast<unsigned>(GetPId())));
-  return tString(text, length);
+tString LineStart(LineTime& time) {
+  constexpr size_t kUsualLine = 128;
+  constexpr int kHexBits = 32;
+  tString line;
+  line.reserve(kUsualLine);
+  line.append(time.Now()).append(" {");
+  unsigned process = static_cast<unsigned>(GetPId());
+  for (int shift = kHexBits - 4; shift >= 0; shift -= 4) line += "0123456789ABCDEF"[process >> shift & 0xF];
+  return line += '}';
 }
 
 // Opens for appending above the standard descriptors: a host that closed its standard output must not find our
@@ -103,6 +103,16 @@ unsigned long ConfiguredLimit(long megabytes) {
 
 } // namespace
 
+const char* LineTime::Now() {
+  time_t now = time(nullptr);
+  if (now == oMade) return mcText;
+  struct tm local = {};
+  localtime_r(&now, &local);
+  strftime(mcText, sizeof mcText, "%Y-%m-%d %H.%M.%S", &local);
+  oMade = now;
+  return mcText;
+}
+
 bool IsObjectAddress(const void* pvSelf) {
   uintptr_t address = reinterpret_cast<uintptr_t>(pvSelf);
   return address >= kFirstPage && address % alignof(void*) == 0;
@@ -110,7 +120,7 @@ bool IsObjectAddress(const void* pvSelf) {
 
 SLogger::SLogger()
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), oDevice(0), oINode(0) {
+      fLockLost(false), oDevice(0), oINode(0), oLooked(-1) {
   tString path;
   DetectLocDir("[GSLog]", path);
   tString home = path;
@@ -127,7 +137,7 @@ SLogger::SLogger()
 
 SLogger::SLogger(const char* pcFName, bool fClear)
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), oDevice(0), oINode(0) {
+      fLockLost(false), oDevice(0), oINode(0), oLooked(-1) {
   open(pcFName, fClear);
 }
 
@@ -163,18 +173,30 @@ bool SLogger::IsOurs(const struct stat& info) const {
 
 // False when the host has closed the log's descriptor, as daemons do with all that they do not know. The number may be
 // another file's by now, which is neither written nor closed.
-bool SLogger::StillOpen() const {
+bool SLogger::StillOpen(struct stat* poHeld) const {
   struct stat info = {};
-  return fstat(fileno(poOut), &info) == 0 && IsOurs(info);
+  bool open = fstat(fileno(poOut), &info) == 0 && IsOurs(info);
+  if (poHeld) *poHeld = info;
+  return open;
 }
 
-// Opens the log again when the host has closed it, or when it has another name by now: each start of a till may move it,
-// and a second move removes the file in which this till's lines would go on. A name that is not absolute led somewhere
-// else if the host has changed its directory, so that log is not looked for.
+// True when the open log may have another name by now. A till that starts moves it only beyond the limit, and a second
+// move removes it, in which this till's lines would go on; for what a person moves, a look each second is enough.
+bool SLogger::MayBeMoved(const struct stat& held) {
+  time_t now = time(nullptr);
+  bool due = now != oLooked;
+  oLooked = now;
+  return due || held.st_nlink == 0 || static_cast<unsigned long>(held.st_size) > ulMSize;
+}
+
+// Opens the log again when the host has closed it, or when it has another name by now. A name that is not absolute led
+// somewhere else if the host has changed its directory, so that log is not looked for.
 void SLogger::Follow() {
-  bool open = StillOpen(), absolute = oFName[0] == '/';
+  if (fStdOut) return;
   struct stat info = {};
-  if (fStdOut || (open && (!absolute || (stat(oFName.c_str(), &info) == 0 && IsOurs(info))))) return;
+  bool open = StillOpen(&info), absolute = oFName[0] == '/';
+  if (open && (!absolute || !MayBeMoved(info))) return;
+  if (open && stat(oFName.c_str(), &info) == 0 && IsOurs(info)) return;
   FILE* next = absolute ? OpenAppending(oFName.c_str(), false) : nullptr;
   if (open && !next) return;
   if (open) fclose(poOut);
@@ -258,7 +280,7 @@ void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
   if (fLockLost) AppendToFLog(nullptr, "Can`t lock '%s' - skip block log", oFLockN.c_str());
   Follow();
   try {
-    tString line = LineStart();
+    tString line = LineStart(oTime);
     if (iLvl <= kRawPrefixLevel) line += " L[" + std::to_string(iLvl) + ":" + std::to_string(lvl) + "]";
     line += " : ";
     AppendFormatted(line, fmt, args);
@@ -314,7 +336,8 @@ bool AppendToFLog(const char* pccFName, const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
   try {
-    tString line = LineStart() + " : ";
+    LineTime time;
+    tString line = LineStart(time) + " : ";
     AppendFormatted(line, fmt, args);
     line += "\r\n";
     written = fwrite(line.data(), 1, line.size(), stream) == line.size();

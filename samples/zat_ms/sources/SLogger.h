@@ -9,12 +9,23 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <ctime>
 
 #include <sys/types.h>
 
 #include "ztypes.h"
 
 struct stat;
+
+// The local time of a line in words. It is made anew only when the second has changed: to make it costs as much as all the
+// rest of a line's text.
+struct LineTime {
+  const char* Now(); // valid until the next call
+
+private:
+  time_t oMade = -1;
+  char mcText[32] = {};
+};
 
 struct SLogger {
   FILE* poOut;           // the open log, standard output, or null: logging off
@@ -27,6 +38,8 @@ struct SLogger {
   tString oFName;        // the log's name
   dev_t oDevice;         // the file that was opened under it
   ino_t oINode;
+  time_t oLooked; // when it was last looked whether that is still its name
+  LineTime oTime;
 
   // The configured global logger: reads micromgl.cfg of the installation and opens the log named there (key
   // LOGFILE of section ENV), by default zat_comm.log beside the object. Without a configuration file there is no
@@ -59,8 +72,9 @@ struct SLogger {
   // One line: local time, process id, the text formatted as by printf, carriage return and line feed. Waits up to
   // 60 s for a lock that another writer holds, 50 ms for one that cannot be had at all, and then writes without it,
   // which is noted in the exception log: a line is never lost to a lock that nobody frees. After one such wait the next
-  // lines wait 50 ms, until a lock succeeds again. A log that was moved, removed or closed under the logger is opened
-  // anew. Never throws: without memory the line is lost.
+  // lines wait 50 ms, until a lock succeeds again. A log that was removed, closed, or moved for its size under the logger
+  // is opened anew at once, one that somebody moved otherwise within a second. Never throws: without memory the line is
+  // lost.
   void Write(int lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
   void WriteV(int lvl, const char* fmt, va_list args) __attribute__((format(printf, 3, 0)));
 
@@ -74,7 +88,8 @@ struct SLogger {
 private:
   void Adopt(FILE* poNew);
   bool IsOurs(const struct stat& info) const;
-  bool StillOpen() const;
+  bool StillOpen(struct stat* poHeld = nullptr) const;
+  bool MayBeMoved(const struct stat& held);
   void Follow();
   void CheckSize(const char* pcFName);
   void Rotate(const char* pcFName, const char* pcBackup) const;
