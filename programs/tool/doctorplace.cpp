@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fmt/format.h>
 #include <fnmatch.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -23,6 +24,22 @@ constexpr unsigned long long kLittleSpace = 50ull << 20, kNoSpace = 4ull << 20;
 tString UserName(uid_t id) {
   const passwd* row = getpwuid(id);
   return row ? row->pw_name : std::to_string(id);
+}
+
+tString GroupName(gid_t id) {
+  const group* row = getgrgid(id);
+  return row ? row->gr_name : std::to_string(id);
+}
+
+// The group that the tills' users have in common, when there is one: it may write the installation.
+bool IsShared(const struct stat& top) { return (top.st_mode & S_IWGRP) != 0; }
+
+bool IsMember(uid_t user, gid_t id) {
+  const passwd* row = getpwuid(user);
+  gid_t groups[256];
+  int count = std::size(groups);
+  return row && getgrouplist(row->pw_name, row->pw_gid, groups, &count) > 0 &&
+         std::count(groups, groups + count, id) > 0;
 }
 
 void CheckPath(Findings& found) {
@@ -59,7 +76,9 @@ bool CheckMode(Findings& found, const tString& name, const struct stat& top) {
   const tString path = found.oRoot + name, shown = name.empty() ? "the installation's directory" : name;
   if (stat(path.c_str(), &info)) return true;
   const bool open = (info.st_mode & S_IWOTH) && !(info.st_mode & S_ISVTX && S_ISDIR(info.st_mode));
-  const bool foreign = info.st_uid != 0 && info.st_uid != top.st_uid;
+  // What an update brings belongs to the user whose till has installed it.
+  const bool foreign =
+      info.st_uid != 0 && info.st_uid != top.st_uid && !(IsShared(top) && IsMember(info.st_uid, top.st_gid));
   if (open)
     found.Problem("rights", shown + " can be written by everybody on this machine", "chmod o-w " + path);
   if (foreign)
@@ -84,9 +103,13 @@ void CheckRights(Findings& found) {
     good = false;
     found.Problem("rights",
                   fmt::format("{} cannot be written by {}: no locks, no log", directory, UserName(geteuid())),
-                  "run this as the till's user; if it is, give it the directory with chown");
+                  "run this as the till's user; if it is, " +
+                      (IsShared(top) ? "usermod -aG " + GroupName(top.st_gid) + " " + UserName(geteuid())
+                                     : tString("give it the directory with chown")));
   }
-  if (good) found.Ok("rights", fmt::format("owner {}, nobody else can write", UserName(top.st_uid)));
+  if (good)
+    found.Ok("rights", fmt::format("owner {}{}, nobody else can write", UserName(top.st_uid),
+                                   IsShared(top) ? " and group " + GroupName(top.st_gid) : ""));
 }
 
 } // namespace

@@ -150,7 +150,9 @@ void CheckLog(Findings& oFound) {
   if (!S_ISREG(info.st_mode) || access(path.c_str(), W_OK))
     return oFound.Problem("log", path + " cannot be written",
                           "give it to the till's user with chown, or remove what stands there");
-  if (stat(oFound.oRoot.c_str(), &top) == 0 && top.st_uid != info.st_uid)
+  const bool all = info.st_mode & S_IWGRP; // of the group, when the tills' users have one in common
+  if (stat(oFound.oRoot.c_str(), &top) == 0 && top.st_uid != info.st_uid &&
+      !(all && top.st_gid == info.st_gid))
     oFound.Warn("log",
                 path + " belongs to another user than the installation: tills may not be able to write it",
                 "chown it to the till's user");
