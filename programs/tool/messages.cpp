@@ -83,6 +83,10 @@ void PrintMarkdown(const tEFTPRow& row) {
   fmt::print("\n");
 }
 
+// The same for programs, in the order of the enumerations.
+constexpr const char* kMakeNames[] = {"add", "text", "behind"};
+constexpr const char* kTakeNames[] = {"fixed", "var", "more", "exact", "rest"};
+
 nlohmann::ordered_json Json(const tEFTPRow& row) {
   nlohmann::ordered_json ids = nlohmann::ordered_json::array(), fields = ids;
   for (const tIdText& id : WireIds(row)) ids.push_back({{"workId", id.oWire}, {"text", id.oText}});
@@ -90,6 +94,10 @@ nlohmann::ordered_json Json(const tEFTPRow& row) {
     fields.push_back({{"tag", *field.ppccTag},
                       {"width", field.lWidth},
                       {"mode", static_cast<int>(field.oMode)},
+                      {"make", kMakeNames[field.oMake]},
+                      {"makeMax", field.lMakeMax},
+                      {"take", kTakeNames[field.oTake]},
+                      {"takeWidth", field.lTake},
                       {"written", Written(field)},
                       {"read", Taken(field)}});
   return {{"group", row.pccText}, {"workIds", ids}, {"fields", fields}};
