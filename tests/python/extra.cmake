@@ -3,10 +3,10 @@
 find_package(Python3 3.11 REQUIRED COMPONENTS Interpreter)
 find_program(ZAT_MYPY mypy)
 
-set(python_environment PYTHONPATH=${CMAKE_SOURCE_DIR}/bindings/python PYTHONDONTWRITEBYTECODE=1 PYTHONUTF8=1
+set(python_environment PYTHONPATH=${CMAKE_SOURCE_DIR}/bindings/python:${folder} PYTHONDONTWRITEBYTECODE=1 PYTHONUTF8=1
     ZAT_BUILD=${CMAKE_BINARY_DIR})
 function(add_python_test name)
-  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${folder})
+  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   set_tests_properties(${name} PROPERTIES LABELS python TIMEOUT 120 ENVIRONMENT "${python_environment}")
 endfunction()
 

@@ -54,6 +54,11 @@ class Payments(unittest.TestCase):
             sums = [event.data for event in till.end_of_day() if isinstance(event, OtherBlock)]
             self.assertEqual(sums[0][:16], "0001" + "000000120000")
 
+    def test_long_block(self) -> None:
+        with Installation(faults="[FAULTS]\nSize=2:300") as site, Till(site.library) as till:
+            lines = [event.text for event in till.sale(Amount(1)) if isinstance(event, ReceiptLine)]
+            self.assertEqual([len(line) for line in lines[:1]], [299])
+
     def test_example(self) -> None:
         with Installation() as site:
             cases = [("12.00", 0, "СПАСИБО"), ("12.05", 1, "DECLINED 05"), ("12.77", 0, "APPROVED 00")]
@@ -233,6 +238,16 @@ class Tables(unittest.TestCase):
                 with Till(library) as till, self.subTest(script=script, command=command):
                     self.assertEqual(told(request(till)), zat_till(*command, "--lib", str(library)))
 
+    def test_answers_to_a_break(self) -> None:
+        for answer, ground in (("bad\n", Ground.BREAK), ("block 34 0\nbad\n", Ground.BREAK),
+                               ("block 34 1\nbad\n", Ground.ENDED), ("block 5X I8no\nbad\n", Ground.BREAK)):
+            with self.subTest(answer), tempfile.TemporaryDirectory() as scratch:
+                library = shutil.copy(BUILD / "tests/fake/libfake_ms.so", scratch)
+                os.environ["FAKE_SCRIPT"] = str(Path(scratch) / "script")
+                Path(scratch, "script").write_text(f"idle 9000\ngood\nbroken\n{answer}", "ascii")
+                with Till(library, idle=lambda: True) as till:
+                    self.assertEqual(till.sale(Amount(1)).finish().ground, ground)
+
     def test_reasons(self) -> None:
         header = (SOURCE / "include/zat_ms.h").read_text()
         marks = dict(re.findall(r'#define ZAT_MS_(\w+) "(X.)"', header))
@@ -256,7 +271,8 @@ def bank(code: str, amount: str = "000000125000") -> str:
 BLOCKS = [bank("00"), bank("00"), bank("51"), bank("00", "0000001250A0"), "block 60 000000\n", "block 51 \n",
           "block 52 \n", "block 54 \n", "block 34 0\n", "block 34 1\n", "block 5X M1нет связи\n", "block 5X I\n",
           "block 5M Подпись?\n", "block 36 11text\n", "block 38 1MV014000001234567899=2512\n", "empty\n", "pause\n",
-          "block 31 0zat_mm\n", "block 32 0Чек\t№ 1\n", "block 32 1\x1b[2J\n", "block 32 \n"]
+          "block 31 0zat_mm\n", "block 32 0Чек\t№ 1\n", "block 32 1\x1b[2J\n", "block 32 \n",
+          f"block 32 0{'x' * 254}\n"]
 ENDS = ["good\n", "good\n", "bad\n", "bad\n", "pause\nstop X2 no\n", "old 9\n", "old 10\n", "old 77\n",
         "old 10 pause\ngood\n", "empty\n" * 100, *(f"stop {mark} why\n" for mark in ("XL", "X5", "X6", "X8", "XX")),
         *(f"old {number}\n" for number in (65535, 2, 4, 8))]
