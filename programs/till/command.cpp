@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cstring>
 #include <iostream>
 #include <sstream>
@@ -10,9 +11,8 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "amount.h"
 #include "charset.h"
-#include "gabids.h"
+#include "request.h"
 #include "texts.h"
 #include "util.h"
 
@@ -28,23 +28,44 @@ constexpr int kMaxWait = 3600;
 // What a command takes, a set of bits.
 enum Takes : int { eNothing = 0, eAmount = 1, eRrn = 2, eTrack2 = 4, eRaw = 8 };
 
+typedef Outcome (*procAsk_t)(Till& till, const Order& order, const Callbacks& callbacks);
+typedef Outcome (Till::*procPay_t)(Amount amount, const Callbacks& callbacks);
+typedef Outcome (Till::*procPayBy_t)(Amount amount, Track2 card, const Callbacks& callbacks);
+
+// A payment by the card that the till has read, or by one that the terminal will read.
+template<procPay_t Pay, procPayBy_t PayBy>
+Outcome AskPayment(Till& till, const Order& order, const Callbacks& callbacks) {
+  return order.oTrack2 ? (till.*PayBy)(order.oAmount, Track2{*order.oTrack2}, callbacks)
+                       : (till.*Pay)(order.oAmount, callbacks);
+}
+
 struct CommandRow {
   const char* pccName;
   tEFTPWorkId oId;
   int iTakes;
   Text oHelp;
   const char* pccExample;
+  procAsk_t procAsk;
 };
 constexpr CommandRow kCommands[] = {
-    {"sale", eEFTPwidSale, eAmount | eTrack2, Text::CmdSale, "zat_till sale 1250.00"},
-    {"refund", eEFTPwidCredit, eAmount | eTrack2, Text::CmdRefund, "zat_till refund 99,90 --tid 12"},
-    {"preauth", eEFTPwidPreA, eAmount | eTrack2, Text::CmdPreauth, "zat_till preauth 5000 --json"},
-    {"reverse", eEFTPwidRevSale, eRrn | eAmount, Text::CmdReverse, "zat_till reverse 123456789012 1250.00"},
-    {"void", eEFTPwidVoid, eRrn, Text::CmdVoid, "zat_till void 123456789012"},
-    {"login", eEFTPwidLogin, eNothing, Text::CmdLogin, "zat_till login"},
-    {"totals", eEFTPwidFinAmount, eNothing, Text::CmdTotals, "zat_till totals"},
-    {"end-of-day", eEFTPwidFinDay, eNothing, Text::CmdEndOfDay, "zat_till end-of-day"},
-    {"raw", eEFTPwidNone, eRaw, Text::CmdRaw, "zat_till raw 20 123456789012"},
+    {"sale", eEFTPwidSale, eAmount | eTrack2, Text::CmdSale, "zat_till sale 1250.00",
+     AskPayment<&Till::sale, &Till::sale>},
+    {"refund", eEFTPwidCredit, eAmount | eTrack2, Text::CmdRefund, "zat_till refund 99,90 --tid 12",
+     AskPayment<&Till::refund, &Till::refund>},
+    {"preauth", eEFTPwidPreA, eAmount | eTrack2, Text::CmdPreauth, "zat_till preauth 5000 --json",
+     AskPayment<&Till::preauthorise, &Till::preauthorise>},
+    {"reverse", eEFTPwidRevSale, eRrn | eAmount, Text::CmdReverse, "zat_till reverse 123456789012 1250.00",
+     [](Till& t, const Order& o, const Callbacks& c) { return t.reverse(o.oRrn, o.oAmount, c); }},
+    {"void", eEFTPwidVoid, eRrn, Text::CmdVoid, "zat_till void 123456789012",
+     [](Till& t, const Order& o, const Callbacks& c) { return t.voidPayment(o.oRrn, c); }},
+    {"login", eEFTPwidLogin, eNothing, Text::CmdLogin, "zat_till login",
+     [](Till& t, const Order&, const Callbacks& c) { return t.login(c); }},
+    {"totals", eEFTPwidFinAmount, eNothing, Text::CmdTotals, "zat_till totals",
+     [](Till& t, const Order&, const Callbacks& c) { return t.totals(c); }},
+    {"end-of-day", eEFTPwidFinDay, eNothing, Text::CmdEndOfDay, "zat_till end-of-day",
+     [](Till& t, const Order&, const Callbacks& c) { return t.endOfDay(c); }},
+    {"raw", eEFTPwidNone, eRaw, Text::CmdRaw, "zat_till raw 20 123456789012",
+     [](Till& t, const Order& o, const Callbacks& c) { return t.raw(o.oWorkId, o.oData, c); }},
 };
 
 bool Has(const CommandRow& command, Takes what) { return (command.iTakes & what) != 0; }
@@ -67,14 +88,14 @@ tString Shown(tString word) {
 constexpr std::pair<AmountFault, Text> kAmountFaults[] = {{AmountFault::NotANumber, Text::BadAmount},
                                                           {AmountFault::Negative, Text::NegativeAmount},
                                                           {AmountFault::Decimals, Text::AmountDecimals},
-                                                          {AmountFault::TooLong, Text::AmountTooLong},
-                                                          {AmountFault::Zero, Text::AmountZero}};
+                                                          {AmountFault::TooLarge, Text::AmountTooLong}};
 
-tString CheckAmount(const tString& text, uint64_t& kopecks) {
-  AmountFault fault = ReadAmount(text, kopecks);
+tString CheckAmount(const tString& text, Amount& amount) {
+  AmountFault fault;
+  amount = Amount::parse(text, &fault).value_or(Amount());
   for (auto [known, complaint] : kAmountFaults)
     if (fault == known) return Say(complaint, Shown(text));
-  return "";
+  return amount == Amount() ? Say(Text::AmountZero, Shown(text)) : "";
 }
 
 // A line of the standard input. A card reader types like a keyboard: what it types must not stay on the screen.
@@ -96,10 +117,12 @@ tString CheckTrack2(tString& track) {
   return ShrinkTrack2(track) == 0 && track.size() <= kTrack2Width ? "" : Say(Text::BadTrack2);
 }
 
-tString CheckWait(const tString& text, int& seconds) {
+tString CheckWait(const tString& text, std::chrono::seconds& pause) {
+  int seconds = 0;
   const char* end = text.data() + text.size();
   auto [stop, fault] = std::from_chars(text.data(), end, seconds);
   bool good = fault == std::errc() && stop == end && seconds >= 0 && seconds <= kMaxWait;
+  pause = std::chrono::seconds(seconds);
   return good ? "" : Say(Text::BadWait, Shown(text));
 }
 
@@ -108,54 +131,46 @@ bool IsWorkId(const tString& text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
 }
 
-tString CheckRaw(const Options& options, const tString& charset, Request& request) {
+tString CheckRaw(const Options& options, const tString& charset, Order& order) {
   if (!IsWorkId(options.oWorkId)) return Say(Text::BadWorkId, Shown(options.oWorkId));
-  request.oId = static_cast<tEFTPWorkId>(EFTPWId(options.oWorkId[0], options.oWorkId[1]));
-  Charset toWire(kCp1251, charset);
+  order.oWorkId = options.oWorkId;
+  client::Charset toWire(client::kCp1251, charset);
   if (!toWire.Fits(options.oData)) return Say(Text::BadData);
-  request.oData = toWire(options.oData);
-  if (request.oData.size() > kMaxData) return Say(Text::DataTooLong, request.oData.size());
-  return request.oData.size() == kImpossibleData ? Say(Text::Data255) : "";
+  order.oData = toWire(options.oData);
+  if (order.oData.size() > client::kMaxData) return Say(Text::DataTooLong, order.oData.size());
+  return order.oData.size() == client::kImpossibleData ? Say(Text::Data255) : "";
 }
 
-void Put(SqueezeT& store, const char* tag, const tString& value) {
-  store.PutData(tag, value.data(), value.size());
+// The directory of this program, with a slash at its end.
+tString ProgramDirectory() {
+  char path[PATH_MAX];
+  ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  if (length <= 0) return "./";
+  const tString program(path, static_cast<size_t>(length));
+  return program.substr(0, program.rfind('/') + 1);
 }
 
-// The data of a request from its parameters, by the table of messages.
-bool MakeData(const CommandRow& command, const Options& options, uint64_t kopecks, Request& request) {
-  SqueezeT store;
-  Put(store, abisTMtid, options.oTid);
-  // Totals are asked for as a whole: no reference, no amount.
-  bool totals = command.oId == eEFTPwidFinAmount;
-  if (Has(command, eRrn) || totals) Put(store, abisTRrfn, totals ? " " : options.oRrn);
-  if (Has(command, eAmount) || totals) Put(store, abisTRamt, WireAmount(kopecks));
-  if (options.oTrack2) Put(store, abisTRtr2, *options.oTrack2);
-  tPadsData pads = {&store, nullptr, command.oId, nullptr};
-  return EFTPMakeData(&pads, request.oData);
-}
-
-tString MakeOrder(const CommandRow& command, Options& options, const tString& charset, Order& order) {
-  Request& request = order.oRequest;
-  request.oId = command.oId;
-  request.oTid = options.oTid;
+tString MakeOrder(const CommandRow& command, const Options& options, const tString& charset, Order& order) {
+  order.oTill.library = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
+  order.oTill.config = options.oConfig;
+  order.oTill.terminal = options.oTid;
   order.oCommand = command.pccName;
-  order.oLib = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
+  order.oWorkId = {static_cast<char>(command.oId >> 8), static_cast<char>(command.oId)};
+  order.oRrn = options.oRrn;
+  order.oTrack2 = options.oTrack2;
   order.oLink = options.oLink;
-  order.oConfig = options.oConfig;
   order.fJson = options.fJson;
   order.fRaw = Has(command, eRaw);
+  order.procAsk = command.procAsk;
 
-  tString complaint = CheckWait(options.oWait, request.iPauseLimit);
+  tString complaint = CheckWait(options.oWait, order.oTill.pause);
   if (complaint.empty() && !IsName(options.oTid, kTidWidth))
     complaint = Say(Text::BadTid, Shown(options.oTid));
-  if (complaint.empty() && Has(command, eAmount)) complaint = CheckAmount(options.oAmount, order.ulKopecks);
+  if (complaint.empty() && Has(command, eAmount)) complaint = CheckAmount(options.oAmount, order.oAmount);
   if (complaint.empty() && Has(command, eRrn) && !IsName(options.oRrn, kRrnWidth))
     complaint = Say(Text::BadRrn, Shown(options.oRrn));
-  if (complaint.empty() && options.oTrack2) complaint = CheckTrack2(*options.oTrack2);
-  if (!complaint.empty()) return complaint;
-  if (Has(command, eRaw)) return CheckRaw(options, charset, request);
-  return MakeData(command, options, order.ulKopecks, request) ? "" : Say(Text::WhyBadRequest);
+  if (complaint.empty() && order.oTrack2) complaint = CheckTrack2(*order.oTrack2);
+  return complaint.empty() && Has(command, eRaw) ? CheckRaw(options, charset, order) : complaint;
 }
 
 // ---- the command line ----
@@ -189,10 +204,10 @@ private:
   static std::string Fold(std::string text, size_t width) {
     size_t shown = 0, blank = std::string::npos;
     for (size_t at = 0; at < text.size(); ++at) {
-      shown += IsFirstByte(text[at]);
+      shown += client::IsFirstByte(text[at]);
       if (shown > width && blank != std::string::npos) {
         text[blank] = '\n';
-        shown = Characters(text.substr(blank + 1, at - blank));
+        shown = client::Characters(text.substr(blank + 1, at - blank));
         blank = std::string::npos;
       }
       if (text[at] == ' ') blank = at;
@@ -271,7 +286,7 @@ void HideTrack2(int argc, char** argv) {
   }
 }
 
-Parsed Wrong(const tString& text) { return {std::nullopt, Outcome::Usage, text, false}; }
+Parsed Wrong(const tString& text) { return {std::nullopt, Verdict::BadRequest, text, false}; }
 
 Parsed Parse(int argc, char** argv, const tString& charset) {
   Options options;
@@ -281,9 +296,9 @@ Parsed Parse(int argc, char** argv, const tString& charset) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    return {std::nullopt, Outcome::Done, app.help(), false};
+    return {std::nullopt, Verdict::Done, app.help(), false};
   } catch (const CLI::CallForVersion&) {
-    return {std::nullopt, Outcome::Done, "zat_till " ZAT_TILL_VERSION "\n", false};
+    return {std::nullopt, Verdict::Done, "zat_till " ZAT_TILL_VERSION "\n", false};
   } catch (const CLI::ParseError& fault) { return Wrong(Complaint(fault, app) + " " + Say(Text::SeeHelp)); }
   Order order;
   tString name = app.get_subcommands().front()->get_name();
@@ -292,7 +307,7 @@ Parsed Parse(int argc, char** argv, const tString& charset) {
   tString complaint = MakeOrder(*command, options, charset, order);
   if (options.oTrack2) explicit_bzero(options.oTrack2->data(), options.oTrack2->size());
   if (!complaint.empty()) return Wrong(complaint);
-  return {order, Outcome::Done, "", order.fJson};
+  return {order, Verdict::Done, "", order.fJson};
 }
 
 } // namespace

@@ -15,17 +15,22 @@ struct Options {
 
 // A command in its final form.
 struct Order {
-  Request oRequest;
-  uint64_t ulKopecks = 0; // 0: the command has no amount
-  tString oCommand, oLib, oConfig;
-  tString oLink; // a link to the terminal in place of the library; empty: none
+  TillOptions oTill;
+  tString oCommand, oWorkId;
+  Amount oAmount; // zero: the command has no amount
+  tString oRrn, oData;
+  std::optional<tString> oTrack2;
+  tString oLink;                    // a link to the terminal in place of the library; empty: none
   bool fJson = false, fRaw = false; // raw: a request of the user's own making
+
+  // What the command asks the till for.
+  Outcome (*procAsk)(Till& till, const Order& order, const Callbacks& callbacks) = nullptr;
 };
 
 // What the command line comes to: an order, or a text to print and an exit code.
 struct Parsed {
   std::optional<Order> oOrder;
-  Outcome oOutcome = Outcome::Done; // without an order: help was asked for, or the arguments are wrong
+  Verdict oVerdict = Verdict::Done; // without an order: help was asked for, or the arguments are wrong
   tString oText;
   bool fJson = false;
 };

@@ -30,65 +30,70 @@ std::unique_lock<std::mutex> LockInTime(std::mutex& mutex) {
 } // namespace
 
 Desk::Desk(const Order& order, Screen& screen) : oOrder(order), oScreen(screen) {
-  int id = order.oRequest.oId;
   oReport.oCommand = order.oCommand;
-  oReport.oWorkId = {static_cast<char>(id >> 8), static_cast<char>(id)};
-  oReport.oTid = order.oRequest.oTid;
-  oReport.ulKopecks = order.ulKopecks;
+  oReport.oWorkId = order.oWorkId;
+  oReport.oTid = order.oTill.terminal;
+  oReport.oAmount = order.oAmount;
   oStatus = Describe(Status::Connecting, "");
 }
 
 int Desk::Work() {
-  Result result = Carry();
+  Outcome outcome = Carry();
   Guard guard(oLock);
-  Tell(result);
-  return ExitCode(result.oOutcome);
+  Tell(outcome);
+  return ExitCode(outcome.verdict);
 }
 
-Result Desk::Carry() { return oOrder.oLink.empty() ? CarryByLibrary() : CarryByLink(); }
+Outcome Desk::Carry() {
+  if (!oOrder.oLink.empty()) return CarryByLink(oOrder.oTill);
+  Till till(oOrder.oTill);
+  SayFault(till.loadFault(), till.loadDetail());
+  return Ask(till);
+}
 
-Result Desk::CarryByLink() {
-  LinkSession session;
+Outcome Desk::CarryByLink(TillOptions options) {
+  auto session = std::make_unique<LinkSession>();
   tString why;
-  if (!session.Open(oOrder.oLink, why)) {
-    oReport.oMessage = Say(Text::LinkClosed, oOrder.oLink, why);
-    return Exchange(oOrder.oRequest.oId).Stop(Why::NoLink, Outcome::Refused);
+  if (session->Open(oOrder.oLink, why)) {
+    Till till(std::move(options), std::move(session));
+    return Ask(till);
   }
+  oReport.oWhy = "noLink";
+  oReport.oMessage = Say(Text::LinkClosed, oOrder.oLink, why);
+  Outcome outcome;
+  outcome.verdict = Verdict::Refused;
+  return outcome;
+}
+
+Outcome Desk::Ask(Till& till) {
   Watch watch([this](int count) { Press(count); }, [this] { Tick(); });
-  return session.Run(oOrder.oRequest, MakeEvents());
+  return oOrder.procAsk(till, oOrder, MakeCallbacks());
 }
 
-Result Desk::CarryByLibrary() {
-  LoadFault fault;
-  tString detail;
-  std::unique_ptr<Library> library = Library::Load(oOrder.oLib, fault, detail);
-  if (!library) return CannotLoad(fault, detail);
-  Session session(*library, oOrder.oConfig);
-  if (!session.IsOpen()) oReport.oMessage = Say(Text::LibNoSession);
-  Watch watch([this](int count) { Press(count); }, [this] { Tick(); });
-  return session.Run(oOrder.oRequest, MakeEvents());
+void Desk::SayFault(LoadFault fault, const tString& detail) {
+  switch (fault) {
+  case LoadFault::None: return;
+  case LoadFault::Missing: oReport.oMessage = Say(Text::LibMissing, oOrder.oTill.library); return;
+  case LoadFault::Unreadable:
+    oReport.oMessage = Say(Text::LibUnreadable, oOrder.oTill.library, detail);
+    return;
+  case LoadFault::Foreign: oReport.oMessage = Say(Text::LibForeign, oOrder.oTill.library, detail); return;
+  case LoadFault::NoSession: oReport.oMessage = Say(Text::LibNoSession); return;
+  }
 }
 
-Result Desk::CannotLoad(LoadFault fault, const tString& detail) {
-  Text text = fault == LoadFault::Missing   ? Text::LibMissing
-              : fault == LoadFault::Foreign ? Text::LibForeign
-                                            : Text::LibUnreadable;
-  oReport.oMessage = Say(text, oOrder.oLib, detail);
-  return Exchange(oOrder.oRequest.oId).Stop(Why::NoLibrary, Outcome::Refused);
-}
-
-Events Desk::MakeEvents() {
-  Events events;
-  events.oLine = [this](const tString& line, bool last) { Line(line, last); };
-  events.oStatus = [this](Status status, const tString& text) { Show(status, text); };
-  events.oOther = [this](const tString& workId, const tString& data) { Other(workId, data); };
-  events.oBreak = [this] { return fBreakWanted && !fBreakTaken.exchange(true); };
-  return events;
+Callbacks Desk::MakeCallbacks() {
+  Callbacks callbacks;
+  callbacks.line = [this](const tString& line, bool last) { Line(line, last); };
+  callbacks.status = [this](Status status, const tString& text) { Show(status, text); };
+  callbacks.block = [this](const tString& workId, const tString& data) { Other(workId, data); };
+  callbacks.idle = [this] { return fBreakWanted && !fBreakTaken.exchange(true); };
+  return callbacks;
 }
 
 void Desk::Line(const tString& line, bool last) {
   Guard guard(oLock);
-  bool newSlip = !oReport.oLines.empty() && oReport.oLines.back().fLast;
+  bool newSlip = !oReport.oLines.empty() && oReport.oLines.back().last;
   oReport.oLines.push_back({line, last});
   if (!oOrder.fJson) oScreen.Print((newSlip ? "\n" : "") + line + "\n");
 }
@@ -128,9 +133,9 @@ void Desk::Tick() {
   oScreen.Live(Say(Text::Seconds, seconds) + "  " + oStatus);
 }
 
-void Desk::Tell(const Result& result) {
+void Desk::Tell(const Outcome& outcome) {
   fFinished = true;
-  oReport.oResult = result;
+  oReport.oOutcome = outcome;
   oReport.llMs = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - oBegin).count();
   const char* gap = oReport.oLines.empty() ? "" : "\n";
   oScreen.Live("");
@@ -141,10 +146,14 @@ void Desk::Tell(const Result& result) {
 // goes on. Without the lock (orderly is false) the report is in the other thread's hands: only the warning is
 // left.
 void Desk::Leave(bool orderly) {
-  if (orderly && fFinished) _exit(ExitCode(oReport.oResult.oOutcome));
+  if (orderly && fFinished) _exit(ExitCode(oReport.oOutcome.verdict));
   oScreen.Remark(Say(Text::LeftAtOnce));
-  if (orderly) Tell(Exchange(oOrder.oRequest.oId).Stop(Why::Left, Outcome::Unknown));
-  _exit(ExitCode(Outcome::Unknown));
+  if (orderly) {
+    oReport.oWhy = "left";
+    oReport.oMessage = Say(Text::WhyLeft);
+    Tell(Outcome());
+  }
+  _exit(ExitCode(Verdict::Unknown));
 }
 
 } // namespace zat::till

@@ -18,17 +18,17 @@ public:
   int Work();
 
 private:
-  Result Carry();
-  Result CarryByLibrary();
-  Result CarryByLink();
-  Result CannotLoad(LoadFault fault, const tString& detail);
-  Events MakeEvents();
+  Outcome Carry();
+  Outcome CarryByLink(TillOptions options);
+  Outcome Ask(Till& till);
+  void SayFault(LoadFault fault, const tString& detail);
+  Callbacks MakeCallbacks();
   void Line(const tString& line, bool last);
   void Show(Status status, const tString& text);
   void Other(const tString& workId, const tString& data);
   void Press(int count);
   void Tick();
-  void Tell(const Result& result);
+  void Tell(const Outcome& outcome);
   [[noreturn]] void Leave(bool orderly);
 
   typedef std::chrono::steady_clock Clock;

@@ -5,6 +5,9 @@
 
 namespace zat::till {
 
+using client::Block;
+using client::Exchange;
+
 namespace {
 
 constexpr tTicks kConnectMs = 5000;
@@ -44,26 +47,26 @@ bool LinkSession::Send(tEFTPWorkId id, SqueezeT& parameters) {
   return sent;
 }
 
-Result LinkSession::Run(const Request& request, const Events& events) {
+Outcome LinkSession::Run(const client::Request& request, client::Listener& listener) {
   Exchange exchange(request.oId);
   tString id;
   AppendStrPad(id, request.oTid.c_str(), 10, '0', false);
   oParameters = SqueezeT();
   fBreakAsked = false;
   tEFTPWorkId parsed = request.oId;
-  bool made = CanBeSent(request) &&
+  bool made = client::CanBeSent(request) &&
               EFTPParsData(&oParameters, parsed, reinterpret_cast<const unsigned char*>(request.oData.data()),
                            request.oData.size()) &&
               oParameters.PutData(abisTMtid, id.data(), id.size()).ss_get();
-  if (!made) return exchange.Stop(Why::BadRequest, Outcome::Usage);
-  Tell(events, Status::Connecting);
+  if (!made) return exchange.Stop(Why::BadRequest, Verdict::BadRequest);
+  listener.Tell(Status::Connecting);
   bool sent = Send(request.oId, oParameters);
   // Without an acknowledgement the terminal may have got the request all the same: only its ACK may be lost.
-  return sent ? Follow(exchange, events) : exchange.Stop(Why::Lost, Outcome::Unknown);
+  return sent ? Follow(exchange, listener) : exchange.Stop(Why::Lost, Verdict::Unknown);
 }
 
 // Waits for the next message; asks for a break once when the owner wants one. False when none came in time.
-bool LinkSession::Await(const Events& events) {
+bool LinkSession::Await(client::Listener& listener) {
   tTicks begin = TicksGet();
   while (oLink.IsOpen() && !TicksEnd(begin, kMessageMs)) {
     if (oLink.WaitIn(kLookMs)) {
@@ -71,7 +74,7 @@ bool LinkSession::Await(const Events& events) {
       tPadsData pads{nullptr, &reply, eEFTPwidNone, nullptr};
       return oPort.WorkAck(&oPort, &pads);
     }
-    if (!fBreakAsked && events.oBreak && events.oBreak()) {
+    if (!fBreakAsked && listener.WantsBreak()) {
       fBreakAsked = true;
       Send(eEFTPwidBrkReq, oParameters); // not acknowledged: the payment simply goes on
     }
@@ -80,8 +83,8 @@ bool LinkSession::Await(const Events& events) {
 }
 
 // Follows the exchange to its end, message by message.
-Result LinkSession::Follow(Exchange& exchange, const Events& events) {
-  while (Await(events)) {
+Outcome LinkSession::Follow(Exchange& exchange, client::Listener& listener) {
+  while (Await(listener)) {
     Block block;
     if (!block.Read(oMessage.data(), oMessage.size())) break;
     if (block.oId >> 8 == kEndGroup) {
@@ -89,9 +92,9 @@ Result LinkSession::Follow(Exchange& exchange, const Events& events) {
       return exchange.End(block.oId == eEFTPwidEndOk);
     }
     exchange.Take(block);
-    Tell(events, block);
+    listener.Tell(block);
   }
-  return exchange.Stop(Why::Lost, Outcome::Unknown);
+  return exchange.Stop(Why::Lost, Verdict::Unknown);
 }
 
 } // namespace zat::till

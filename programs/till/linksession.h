@@ -3,14 +3,14 @@
 //
 //   LinkSession session;
 //   tString why;
-//   if (session.Open("tcp:127.0.0.1:9001", why)) Result result = session.Run(request, events);
+//   if (session.Open("tcp:127.0.0.1:9001", why)) Outcome outcome = session.Run(request, listener);
 #pragma once
 #include "EFTPLink.h"
-#include "events.h"
+#include "road.h"
 
 namespace zat::till {
 
-class LinkSession {
+class LinkSession : public client::Road {
 public:
   // Opens the link that the text names ("tcp:HOST:PORT", "serial:DEVICE[,...]"). False with the reason in why.
   bool Open(const tString& place, tString& why);
@@ -18,13 +18,13 @@ public:
   // Runs a request to its result. Waits 30.3 s for each message of the answer, as the library does; a request for a break
   // goes out once, between two messages. The outcome is unknown once the request may have reached the terminal and the
   // end of the exchange has not come.
-  Result Run(const Request& request, const Events& events);
+  Outcome Run(const client::Request& request, client::Listener& listener) override;
 
 private:
   static tBool TakeMessage(PortSEtx_tag* port, void* pads, tLen length, tSEtxCmdId* end);
   bool Send(tEFTPWorkId id, SqueezeT& parameters);
-  bool Await(const Events& events);
-  Result Follow(Exchange& exchange, const Events& events);
+  bool Await(client::Listener& listener);
+  Outcome Follow(client::Exchange& exchange, client::Listener& listener);
 
   Link oLink;
   PortSEtx_tag oPort{};

@@ -4,6 +4,7 @@
 #include "desk.h"
 #include "texts.h"
 
+using namespace zat;
 using namespace zat::till;
 
 int main(int argc, char** argv) {
@@ -18,13 +19,13 @@ int main(int argc, char** argv) {
   if (parsed.oOrder) return Desk(*parsed.oOrder, screen).Work();
 
   Report report;
-  report.oResult.oOutcome = parsed.oOutcome;
+  report.oOutcome.verdict = parsed.oVerdict;
   report.oMessage = parsed.oText;
-  if (parsed.oOutcome == Outcome::Done)
+  if (parsed.oVerdict == Verdict::Done)
     screen.Print(parsed.oText);
   else if (parsed.fJson)
     screen.Print(ForMachines(report) + "\n");
   else
     screen.Remark(parsed.oText);
-  return ExitCode(parsed.oOutcome);
+  return ExitCode(parsed.oVerdict);
 }

@@ -2,83 +2,77 @@
 
 #include <nlohmann/json.hpp>
 
-#include "amount.h"
 #include "texts.h"
 
 namespace zat::till {
 namespace {
 
-// The one table of outcomes and exit codes.
+// The one table of verdicts and exit codes.
 struct ExitRow {
-  Outcome oOutcome;
+  Verdict oVerdict;
   int iExit;
-  const char* pccName;
   Text oTitle, oMeaning;
 };
 constexpr ExitRow kExits[] = {
-    {Outcome::Approved, 0, "approved", Text::Approved, Text::ExitApproved},
-    {Outcome::Done, 0, "done", Text::Done, Text::ExitDone},
-    {Outcome::Declined, 1, "declined", Text::Declined, Text::ExitDeclined},
-    {Outcome::Usage, 2, "usage", Text::BadUsage, Text::ExitUsage},
-    {Outcome::Aborted, 3, "aborted", Text::Aborted, Text::ExitAborted},
-    {Outcome::Refused, 4, "refused", Text::Refused, Text::ExitRefused},
-    {Outcome::Unknown, 5, "unknown", Text::Unknown, Text::ExitUnknown},
+    {Verdict::Approved, 0, Text::Approved, Text::ExitApproved},
+    {Verdict::Done, 0, Text::Done, Text::ExitDone},
+    {Verdict::Declined, 1, Text::Declined, Text::ExitDeclined},
+    {Verdict::BadRequest, 2, Text::BadUsage, Text::ExitUsage},
+    {Verdict::Aborted, 3, Text::Aborted, Text::ExitAborted},
+    {Verdict::Refused, 4, Text::Refused, Text::ExitRefused},
+    {Verdict::Unknown, 5, Text::Unknown, Text::ExitUnknown},
 };
 
 struct WhyRow {
   Why oWhy;
-  const char* pccName;
   Text oText; // its places are the code and the text
 };
 constexpr WhyRow kWhys[] = {
-    {Why::Response, "response", Text::WhyResponse},
-    {Why::Refusal, "refusal", Text::WhyRefusal},
-    {Why::NotLoggedIn, "notLoggedIn", Text::StNotLoggedIn},
-    {Why::NoReference, "noReference", Text::StNoReference},
-    {Why::Ended, "ended", Text::WhyEnded},
-    {Why::GoodEnd, "goodEnd", Text::WhyGoodEnd},
-    {Why::Break, "break", Text::WhyBreak},
-    {Why::NoResponse, "noResponse", Text::WhyNoResponse},
-    {Why::Broken, "damagedResponse", Text::WhyBroken},
-    {Why::Contradiction, "contradiction", Text::WhyContradiction},
-    {Why::Endless, "endless", Text::WhyEndless},
-    {Why::Unfinished, "unfinished", Text::WhyUnfinished},
-    {Why::BadRequest, "badRequest", Text::WhyBadRequest},
-    {Why::ModuleMissing, "moduleMissing", Text::WhyModuleMissing},
-    {Why::Pause, "pause", Text::WhyPause},
-    {Why::Lost, "lost", Text::WhyLost},
-    {Why::Handle, "handle", Text::WhyHandle},
-    {Why::State, "state", Text::WhyState},
-    {Why::Command, "command", Text::WhyCommand},
-    {Why::NoExchange, "noExchange", Text::WhyNoExchange},
-    {Why::OtherId, "otherTid", Text::WhyOtherId},
-    {Why::Pipes, "pipes", Text::WhyPipes},
-    {Why::Nested, "nested", Text::WhyNested},
-    {Why::NoModule, "noModule", Text::WhyNoModule},
-    {Why::NoLibrary, "noLibrary", Text::LibNoSession},
-    {Why::NoLink, "noLink", Text::LinkClosed},
-    {Why::Left, "left", Text::WhyLeft},
-    {Why::Strange, "strange", Text::WhyStrange},
+    {Why::Response, Text::WhyResponse},
+    {Why::Refusal, Text::WhyRefusal},
+    {Why::NotLoggedIn, Text::StNotLoggedIn},
+    {Why::NoReference, Text::StNoReference},
+    {Why::Ended, Text::WhyEnded},
+    {Why::GoodEnd, Text::WhyGoodEnd},
+    {Why::Break, Text::WhyBreak},
+    {Why::NoResponse, Text::WhyNoResponse},
+    {Why::Broken, Text::WhyBroken},
+    {Why::Contradiction, Text::WhyContradiction},
+    {Why::Endless, Text::WhyEndless},
+    {Why::Unfinished, Text::WhyUnfinished},
+    {Why::BadRequest, Text::WhyBadRequest},
+    {Why::ModuleMissing, Text::WhyModuleMissing},
+    {Why::Pause, Text::WhyPause},
+    {Why::Lost, Text::WhyLost},
+    {Why::Handle, Text::WhyHandle},
+    {Why::State, Text::WhyState},
+    {Why::Command, Text::WhyCommand},
+    {Why::NoExchange, Text::WhyNoExchange},
+    {Why::OtherId, Text::WhyOtherId},
+    {Why::Pipes, Text::WhyPipes},
+    {Why::Nested, Text::WhyNested},
+    {Why::NoModule, Text::WhyNoModule},
+    {Why::NoLibrary, Text::LibNoSession},
+    {Why::Strange, Text::WhyStrange},
 };
 
-struct StatusNameRow {
+struct StatusRow {
   Status oStatus;
-  const char* pccName;
   Text oText; // its place is the terminal's text
 };
-constexpr StatusNameRow kStatuses[] = {
-    {Status::Connecting, "connecting", Text::Connecting},
-    {Status::Pause, "pause", Text::StPause},
-    {Status::Ok, "ok", Text::StOk},
-    {Status::NotLoggedIn, "notLoggedIn", Text::StNotLoggedIn},
-    {Status::Pin, "pin", Text::StPin},
-    {Status::Online, "online", Text::StOnline},
-    {Status::NoReference, "noReference", Text::StNoReference},
-    {Status::Hold, "hold", Text::StHold},
-    {Status::Confirm, "confirm", Text::StConfirm},
-    {Status::Info, "info", Text::StInfo},
-    {Status::Break, "break", Text::StBreak},
-    {Status::NoBreak, "noBreak", Text::StNoBreak},
+constexpr StatusRow kStatuses[] = {
+    {Status::Connecting, Text::Connecting},
+    {Status::Pause, Text::StPause},
+    {Status::Ok, Text::StOk},
+    {Status::NotLoggedIn, Text::StNotLoggedIn},
+    {Status::Pin, Text::StPin},
+    {Status::Online, Text::StOnline},
+    {Status::NoReference, Text::StNoReference},
+    {Status::Hold, Text::StHold},
+    {Status::Confirm, Text::StConfirm},
+    {Status::Info, Text::StInfo},
+    {Status::Break, Text::StBreak},
+    {Status::NoBreak, Text::StNoBreak},
 };
 
 // Every table above has a row for each enumerator.
@@ -88,20 +82,37 @@ template<class Row, size_t N, class Key> const Row& Find(const Row (&table)[N], 
   return table[N - 1];
 }
 
-const ExitRow& Exit(Outcome outcome) { return Find(kExits, &ExitRow::oOutcome, outcome); }
+const ExitRow& Exit(Verdict verdict) { return Find(kExits, &ExitRow::oVerdict, verdict); }
 
 void AddField(tString& out, Text name, const tString& value) {
   if (!value.empty()) out += fmt::format("  {}: {}\n", Say(name), value);
 }
 
 tString Ground(const Report& report) {
-  return report.oMessage.empty() ? Explain(report.oResult) : report.oMessage;
+  return report.oMessage.empty() ? Explain(report.oOutcome) : report.oMessage;
 }
 
+// The texts of a response under the names that they have in JSON.
+struct ResponseRow {
+  const char* pccName;
+  tString Response::*poText;
+};
+constexpr ResponseRow kResponse[] = {{"operation", &Response::operation},
+                                     {"currency", &Response::currency},
+                                     {"dateTime", &Response::dateTime},
+                                     {"merchant", &Response::merchant},
+                                     {"rrn", &Response::rrn},
+                                     {"code", &Response::code},
+                                     {"authorisation", &Response::authorisation},
+                                     {"card", &Response::card},
+                                     {"cardType", &Response::cardType},
+                                     {"text", &Response::text},
+                                     {"additional", &Response::additional}};
+
 nlohmann::json JsonResponse(const Response& response) {
-  nlohmann::json object = {{"amount", ShowAmount(response.ulKopecks)}};
-  for (const ResponseField& field : moResponseFields)
-    if (const tString& value = response.*field.poText; !value.empty()) object[field.pccName] = value;
+  nlohmann::json object = {{"amount", response.amount.text()}};
+  for (const ResponseRow& row : kResponse)
+    if (const tString& value = response.*row.poText; !value.empty()) object[row.pccName] = value;
   return object;
 }
 
@@ -113,20 +124,20 @@ nlohmann::json JsonOthers(const std::vector<Report::Other>& others) {
 }
 
 // One list of lines for each slip.
-nlohmann::json JsonReceipt(const std::vector<Report::Line>& lines) {
+nlohmann::json JsonReceipt(const std::vector<ReceiptLine>& lines) {
   nlohmann::json slips = nlohmann::json::array();
   bool open = false;
-  for (const Report::Line& line : lines) {
+  for (const ReceiptLine& line : lines) {
     if (!open) slips.push_back(nlohmann::json::array());
-    slips.back().push_back(line.oText);
-    open = !line.fLast;
+    slips.back().push_back(line.text);
+    open = !line.last;
   }
   return slips;
 }
 
 } // namespace
 
-int ExitCode(Outcome outcome) { return Exit(outcome).iExit; }
+int ExitCode(Verdict verdict) { return Exit(verdict).iExit; }
 
 tString ExitCodesHelp() {
   tString out;
@@ -134,57 +145,57 @@ tString ExitCodesHelp() {
   return out;
 }
 
-tString Explain(const Result& result) {
-  tString words = Say(Find(kWhys, &WhyRow::oWhy, result.oWhy).oText, result.oCode, result.oText);
+tString Explain(const Outcome& outcome) {
+  tString words = Say(Find(kWhys, &WhyRow::oWhy, outcome.why).oText, outcome.code, outcome.text);
   return words.substr(0, words.find_last_not_of(' ') + 1);
 }
 
 tString ForPeople(const Report& report) {
-  const Result& result = report.oResult;
-  const Response& response = result.oResponse;
-  tString out = tString(Say(Exit(result.oOutcome).oTitle)) + "\n";
-  bool good = ExitCode(result.oOutcome) == 0;
-  if (!good || !report.oMessage.empty()) out += "  " + Ground(report) + "\n";
-  if (result.fResponse) {
-    AddField(out, Text::ShAmount, ShowAmount(response.ulKopecks));
-    AddField(out, Text::ShRrn, response.oRrn);
-    AddField(out, Text::ShAuth, response.oAuth);
-    AddField(out, Text::ShCard, response.oCard);
+  const Outcome& outcome = report.oOutcome;
+  const Response* response = outcome.response ? &*outcome.response : nullptr;
+  tString out = tString(Say(Exit(outcome.verdict).oTitle)) + "\n";
+  if (!outcome.good() || !report.oMessage.empty()) out += "  " + Ground(report) + "\n";
+  if (response) {
+    AddField(out, Text::ShAmount, response->amount.text());
+    AddField(out, Text::ShRrn, response->rrn);
+    AddField(out, Text::ShAuth, response->authorisation);
+    AddField(out, Text::ShCard, response->card);
   }
-  if (good) AddField(out, Text::ShMessage, response.oText);
-  if (good && result.fResponse && report.ulKopecks && report.ulKopecks != response.ulKopecks)
-    out += Say(Text::OtherAmount, ShowAmount(response.ulKopecks), ShowAmount(report.ulKopecks)) + "\n";
-  if (result.oOutcome == Outcome::Unknown) out += "  " + tString(Say(Text::AdviceUnknown)) + "\n";
+  if (outcome.good() && response) {
+    AddField(out, Text::ShMessage, response->text);
+    if (report.oAmount != Amount() && report.oAmount != response->amount)
+      out += Say(Text::OtherAmount, response->amount.text(), report.oAmount.text()) + "\n";
+  }
+  if (outcome.verdict == Verdict::Unknown) out += "  " + tString(Say(Text::AdviceUnknown)) + "\n";
   return out;
 }
 
 tString ForMachines(const Report& report) {
-  const Result& result = report.oResult;
-  nlohmann::json object = {{"outcome", Exit(result.oOutcome).pccName},
-                           {"exitCode", ExitCode(result.oOutcome)},
+  const Outcome& outcome = report.oOutcome;
+  nlohmann::json object = {{"outcome", name(outcome.verdict)},
+                           {"exitCode", ExitCode(outcome.verdict)},
                            {"message", Ground(report)}};
   if (!report.oCommand.empty()) object.update({{"command", report.oCommand}});
   if (!report.oWorkId.empty()) {
     object.update({{"workId", report.oWorkId},
                    {"tid", report.oTid},
-                   {"why", Find(kWhys, &WhyRow::oWhy, result.oWhy).pccName},
-                   {"code", result.oCode},
-                   {"text", result.oText},
+                   {"why", report.oWhy.empty() ? name(outcome.why) : report.oWhy},
+                   {"code", outcome.code},
+                   {"text", outcome.text},
                    {"breakAsked", report.fBreak},
                    {"elapsedMs", report.llMs},
                    {"receipt", JsonReceipt(report.oLines)},
                    {"otherBlocks", JsonOthers(report.oOthers)}});
     nlohmann::json& statuses = object["statuses"] = nlohmann::json::array();
-    for (Status status : report.oStatuses)
-      statuses.push_back(Find(kStatuses, &StatusNameRow::oStatus, status).pccName);
+    for (Status status : report.oStatuses) statuses.push_back(name(status));
   }
-  if (report.ulKopecks) object["amount"] = ShowAmount(report.ulKopecks);
-  if (result.fResponse) object["response"] = JsonResponse(result.oResponse);
+  if (report.oAmount != Amount()) object["amount"] = report.oAmount.text();
+  if (outcome.response) object["response"] = JsonResponse(*outcome.response);
   return object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 tString Describe(Status status, const tString& text) {
-  return Say(Find(kStatuses, &StatusNameRow::oStatus, status).oText, text);
+  return Say(Find(kStatuses, &StatusRow::oStatus, status).oText, text);
 }
 
 } // namespace zat::till

@@ -2,18 +2,15 @@
 #pragma once
 #include <vector>
 
-#include "session.h"
+#include "zat_client.h"
+#include "ztypes.h"
 
 namespace zat::till {
 
 struct Report {
   tString oCommand, oWorkId, oTid;
-  uint64_t ulKopecks = 0; // asked for; 0: the command has no amount
-  struct Line {
-    tString oText;
-    bool fLast; // of its slip
-  };
-  std::vector<Line> oLines;
+  Amount oAmount; // asked for; zero: the command has no amount
+  std::vector<ReceiptLine> oLines;
   struct Other {
     tString oWorkId, oData;
   };
@@ -21,18 +18,19 @@ struct Report {
   std::vector<Status> oStatuses;
   bool fBreak = false; // the user asked for a break
   int64_t llMs = 0;    // how long it took
-  Result oResult;
-  tString oMessage; // said in place of the result's own ground, when not empty
+  Outcome oOutcome;
+  tString oMessage; // said in place of the outcome's own ground, when not empty
+  tString oWhy;     // the name of that ground for machines, when it is none of the client's
 };
 
-// The exit code of an outcome.
-int ExitCode(Outcome outcome);
+// The exit code of a verdict.
+int ExitCode(Verdict verdict);
 
 // The table of exit codes, one line each, for the help.
 tString ExitCodesHelp();
 
-// The ground of a result in words: code and text of the bank, the terminal or the library with it.
-tString Explain(const Result& result);
+// The ground of an outcome in words: code and text of the bank, the terminal or the library with it.
+tString Explain(const Outcome& outcome);
 
 // What is printed after the receipt, lines ending in '\n'.
 tString ForPeople(const Report& report);

@@ -29,13 +29,14 @@ size_t Width(int fd) {
 tString Cut(const tString& text, size_t width) {
   size_t shown = 0, at = 0;
   for (; at < text.size(); ++at)
-    if (IsFirstByte(text[at]) && shown++ == width) break;
+    if (client::IsFirstByte(text[at]) && shown++ == width) break;
   return text.substr(0, at);
 }
 
 } // namespace
 
-Screen::Screen(const tString& charset) : oToTerminal(charset, kUtf8), fLive(IsSmartTerminal(STDERR_FILENO)) {
+Screen::Screen(const tString& charset)
+    : oToTerminal(charset, client::kUtf8), fLive(IsSmartTerminal(STDERR_FILENO)) {
   struct sigaction action = {};
   action.sa_handler = [](int) {}; // not SIG_IGN, which the terminal module would inherit
   sigaction(SIGPIPE, &action, nullptr);

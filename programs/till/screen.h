@@ -23,7 +23,7 @@ private:
   void Write(int fd, const tString& text);
   void EraseLive();
 
-  Charset oToTerminal;
+  client::Charset oToTerminal;
   bool fLive;     // there may be a live line
   tString oShown; // the live line as it stands on the terminal
 };

@@ -92,7 +92,8 @@ constexpr TextRow kTexts[] = {
     {Text::BadWait, "Waiting time \"{}\": whole seconds from 0 to 3600.",
      "Время ожидания «{}»: целые секунды от 0 до 3600."},
     {Text::OptLink,
-     "reach the terminal over this link, without the library: tcp:HOST:PORT or serial:DEVICE[,SPEED[,8N1[,none]]]",
+     "reach the terminal over this link, without the library: tcp:HOST:PORT or "
+     "serial:DEVICE[,SPEED[,8N1[,none]]]",
      "связь с терминалом напрямую, без библиотеки: tcp:HOST:PORT или serial:DEVICE[,SPEED[,8N1[,none]]]"},
     // the library
     {Text::LibMissing, "The library {} does not exist. Give its place with --lib.",
@@ -236,7 +237,7 @@ tString TerminalCharset() {
 // iconv knows UTF-8 under many names, this program compares with one.
 tString OneNameOfUtf8(tString name) {
   bool utf8 = name == "utf8" || name == "UTF8" || name == "utf-8";
-  return utf8 ? kUtf8 : name;
+  return utf8 ? client::kUtf8 : name;
 }
 
 } // namespace
@@ -245,7 +246,8 @@ Manner UserManner() {
   Manner manner;
   manner.oCharset = OneNameOfUtf8(TerminalCharset());
   manner.fRussian = FromEnvironment("LC_MESSAGES").starts_with("ru") &&
-                    Charset(manner.oCharset, kUtf8).Fits(kTexts[static_cast<int>(Text::Approved)].pccRussian);
+                    client::Charset(manner.oCharset, client::kUtf8)
+                        .Fits(kTexts[static_cast<int>(Text::Approved)].pccRussian);
   return manner;
 }
 

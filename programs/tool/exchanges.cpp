@@ -173,12 +173,12 @@ tString tExchange::Reason() const {
   return reason == " " ? "" : reason;
 }
 
-std::optional<uint64_t> tExchange::Amount() const {
+std::optional<zat::Amount> tExchange::Amount() const {
   for (const tEvent& event : oEvents) {
     const tFoundField* field =
         event.oMessage && event.oKind == eEvRequest ? FieldOf(*event.oMessage, abisTRamt) : nullptr;
-    uint64_t kopecks = 0;
-    if (field && till::ReadWireAmount(field->oValue, kopecks)) return kopecks;
+    zat::Amount amount;
+    if (field && client::ReadWireAmount(field->oValue, amount)) return amount;
   }
   return std::nullopt;
 }

@@ -12,6 +12,7 @@
 
 #include "dissect.h"
 #include "logfile.h"
+#include "zat_client.h"
 
 namespace zat::tool {
 
@@ -74,8 +75,8 @@ struct tExchange {
   tExchangeResult Result(time_t oNow) const;
   // What a person should know beside the result: a refusal's text, the lock that was taken. UTF-8, may be empty.
   tString Reason() const;
-  // The amount of the request in kopecks; nothing for requests without one.
-  std::optional<uint64_t> Amount() const;
+  // The amount of the request; nothing for requests without one.
+  std::optional<zat::Amount> Amount() const;
 };
 
 // The operation's name for people: "sale".

@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include "amount.h"
 #include "text.h"
 #include "timeline.h"
 
@@ -56,7 +55,7 @@ tString Escaped(std::string_view text) {
 
 tString What(const tExchange& one) {
   const auto amount = one.Amount();
-  return OperationText(one) + (amount && *amount ? " " + till::ShowAmount(*amount) : "");
+  return OperationText(one) + (amount && amount->inKopecks() ? " " + amount->text() : "");
 }
 
 tString Terminal(const tExchange& one) { return one.oTid.empty() ? "?" : ToScreen(WithoutZeros(one.oTid)); }

@@ -35,7 +35,7 @@ size_t Width() {
 // Where the character, or the colour, at `at` ends.
 size_t Next(std::string_view line, size_t at) {
   if (line[at] == '\033') return std::min(line.find('m', at), line.size() - 1) + 1;
-  do { ++at; } while (at < line.size() && !till::IsFirstByte(line[at]));
+  do { ++at; } while (at < line.size() && !client::IsFirstByte(line[at]));
   return at;
 }
 
@@ -53,7 +53,7 @@ tString Cut(std::string_view line, size_t width) {
 } // namespace
 
 Output::Output()
-    : oToUser(till::UserManner().oCharset, till::kUtf8), fColour(WantsColour()), lWidth(Width()) {}
+    : oToUser(till::UserManner().oCharset, client::kUtf8), fColour(WantsColour()), lWidth(Width()) {}
 
 tString Output::In(tColour oColour, std::string_view oText) const {
   if (!fColour || oColour == eColPlain) return tString(oText);
@@ -71,7 +71,7 @@ bool Output::Flush() { return fflush(stdout) == 0 && fGood; }
 
 void Complain(std::string_view oText) {
   fflush(stdout);
-  till::Charset convert(till::UserManner().oCharset, till::kUtf8);
+  client::Charset convert(till::UserManner().oCharset, client::kUtf8);
   const tString bytes = convert(fmt::format("zat_tool: {}\n", oText));
   fwrite(bytes.data(), 1, bytes.size(), stderr);
 }

@@ -27,7 +27,7 @@ public:
   bool Flush();
 
 private:
-  till::Charset oToUser;
+  client::Charset oToUser;
   bool fColour;
   size_t lWidth; // 0: no limit
   bool fGood = true;

@@ -28,7 +28,7 @@ int Escape(const tString& text, size_t& i) {
 
 } // namespace
 
-tString ToUtf8(const tString& oBytes) { return till::Charset(till::kUtf8, till::kCp1251)(oBytes); }
+tString ToUtf8(const tString& oBytes) { return client::Charset(client::kUtf8, client::kCp1251)(oBytes); }
 
 tString ToScreen(const tString& oBytes) {
   tString escaped; // the escapes are ASCII, so they can go in before the conversion
@@ -48,7 +48,7 @@ tString ToScreen(const tString& oBytes) {
 
 std::optional<tString> FromTyped(const tString& oText) {
   tString out, plain;
-  till::Charset convert(till::kCp1251, till::kUtf8);
+  client::Charset convert(client::kCp1251, client::kUtf8);
   const auto flush = [&] {
     const bool fits = convert.Fits(plain);
     out += convert(plain);

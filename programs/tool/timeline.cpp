@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include "amount.h"
 #include "text.h"
 
 namespace zat::tool {
@@ -56,7 +55,7 @@ tColour ColourOf(tExchangeResult oResult) {
 tString HeadLine(const tExchange& oExchange, time_t oNow, const Output& oOut) {
   const tExchangeResult result = oExchange.Result(oNow);
   tString what = OperationText(oExchange);
-  if (const auto amount = oExchange.Amount(); amount && *amount) what += " " + till::ShowAmount(*amount);
+  if (const auto amount = oExchange.Amount(); amount && amount->inKopecks()) what += " " + amount->text();
   tString line = fmt::format("{}  terminal {}  {}  {}", TimeText(oExchange.oBegin), TidText(oExchange),
                              oOut.In(eColBold, what), oOut.In(ColourOf(result), ResultText(result)));
   const tString reason = result == eResApproved ? "" : oExchange.Reason();
@@ -107,7 +106,7 @@ nlohmann::ordered_json ExchangeJson(const tExchange& oExchange, time_t oNow) {
       {"begin", TimeAs(oExchange.oBegin, 'T')}, {"seconds", oExchange.oLast - oExchange.oBegin},
       {"process", oExchange.ulProcess},         {"terminalId", ToScreen(oExchange.oTid)},
       {"workId", ToScreen(oExchange.oWorkId)},  {"operation", OperationText(oExchange)}};
-  out["amount"] = amount ? nlohmann::ordered_json(*amount) : nlohmann::ordered_json();
+  out["amount"] = amount ? nlohmann::ordered_json(amount->inKopecks()) : nlohmann::ordered_json();
   out["result"] = ResultName(oExchange.Result(oNow));
   out["reason"] = oExchange.Reason();
   out["whole"] = oExchange.fBeginning;

@@ -1,11 +1,9 @@
 #include "library.h"
 
-#include <climits>
-
 #include <dlfcn.h>
 #include <unistd.h>
 
-namespace zat::till {
+namespace zat::client {
 namespace {
 
 constexpr char kModule[] = "zat_mm";
@@ -50,10 +48,4 @@ std::unique_ptr<Library> Library::Load(const tString& given, LoadFault& fault, t
   return library;
 }
 
-tString ProgramDirectory() {
-  char path[PATH_MAX];
-  ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  return length <= 0 ? tString("./") : Directory(tString(path, static_cast<size_t>(length)));
-}
-
-} // namespace zat::till
+} // namespace zat::client

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <charconv>
 
-namespace zat::till {
+namespace zat {
 namespace {
 
-constexpr uint64_t kKopecks = 100;
 constexpr size_t kDecimals = 2;
 constexpr size_t kWireDigits = 12;
 
@@ -18,16 +17,14 @@ std::string_view WithoutLeft(std::string_view text, char c) {
   return text.substr(std::min(text.find_first_not_of(c), text.size()));
 }
 
-// At most 12 digits, so the number always fits.
-uint64_t Number(std::string_view digits) {
-  uint64_t number = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  return number;
+// At most 12 digits, so the number is always an amount.
+Amount OfDigits(std::string_view digits) {
+  int64_t kopecks = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), kopecks);
+  return Amount::ofKopecks(kopecks);
 }
 
-} // namespace
-
-AmountFault ReadAmount(std::string_view text, uint64_t& kopecks) {
+AmountFault Read(std::string_view text, std::optional<Amount>& amount) {
   if (text.starts_with('-')) return AmountFault::Negative;
   size_t point = text.find_first_of(".,");
   std::string_view whole = text.substr(0, point);
@@ -36,29 +33,38 @@ AmountFault ReadAmount(std::string_view text, uint64_t& kopecks) {
     return AmountFault::NotANumber;
   if (part.size() > kDecimals) return AmountFault::Decimals;
   whole = WithoutLeft(whole, '0');
-  if (whole.size() > kWireDigits - kDecimals) return AmountFault::TooLong;
-
+  if (whole.size() > kWireDigits - kDecimals) return AmountFault::TooLarge;
   tString digits(whole);
   digits.append(part).append(kDecimals - part.size(), '0');
-  uint64_t sum = Number(digits);
-  if (sum == 0) return AmountFault::Zero;
-  kopecks = sum;
+  amount = OfDigits(digits);
   return AmountFault::None;
 }
 
-bool ReadWireAmount(std::string_view digits, uint64_t& kopecks) {
+} // namespace
+
+std::optional<Amount> Amount::parse(std::string_view text, AmountFault* fault) {
+  std::optional<Amount> amount;
+  AmountFault found = Read(text, amount);
+  if (fault) *fault = found;
+  return amount;
+}
+
+std::string Amount::text() const {
+  tString part = std::to_string(kopecks());
+  return std::to_string(roubles()) + "." + tString(kDecimals - part.size(), '0') + part;
+}
+
+namespace client {
+
+bool ReadWireAmount(std::string_view digits, Amount& amount) {
   digits = WithoutLeft(digits, ' ');
   digits = digits.substr(0, digits.find_last_not_of(' ') + 1);
   if (digits.empty() || digits.size() > kWireDigits || !OnlyDigits(digits)) return false;
-  kopecks = Number(digits);
+  amount = OfDigits(digits);
   return true;
 }
 
-tString WireAmount(uint64_t kopecks) { return std::to_string(kopecks); }
+tString WireAmount(Amount amount) { return std::to_string(amount.inKopecks()); }
 
-tString ShowAmount(uint64_t kopecks) {
-  tString part = std::to_string(kopecks % kKopecks);
-  return std::to_string(kopecks / kKopecks) + "." + tString(kDecimals - part.size(), '0') + part;
-}
-
-} // namespace zat::till
+} // namespace client
+} // namespace zat

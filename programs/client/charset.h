@@ -7,7 +7,7 @@
 
 #include "ztypes.h"
 
-namespace zat::till {
+namespace zat::client {
 
 constexpr char kUtf8[] = "UTF-8";
 constexpr char kCp1251[] = "CP1251";
@@ -48,4 +48,4 @@ size_t Characters(std::string_view utf8);
 // byte a question mark.
 tString FromWire(std::string_view cp1251);
 
-} // namespace zat::till
+} // namespace zat::client

@@ -2,18 +2,11 @@
 #pragma once
 #include <memory>
 
+#include "zat_client.h"
 #include "zat_ms.h"
 #include "ztypes.h"
 
-namespace zat::till {
-
-enum class LoadFault {
-  None,
-  Missing,    // there is no such file
-  Unreadable, // the loader refuses it: not a shared object, another machine's, a library that it needs is
-              // absent
-  Foreign,    // a shared object without our functions
-};
+namespace zat::client {
 
 class Library {
 public:
@@ -42,7 +35,4 @@ private:
   tString oModule;
 };
 
-// The directory of the running program, with a slash at its end.
-tString ProgramDirectory();
-
-} // namespace zat::till
+} // namespace zat::client

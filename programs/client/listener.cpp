@@ -1,14 +1,15 @@
-#include "events.h"
+#include "listener.h"
+
+#include <cxxabi.h>
 
 #include "charset.h"
 #include "gabids.h"
 #include "util.h"
 
-namespace zat::till {
+namespace zat::client {
 
 namespace {
 
-constexpr size_t kTidWidth = 10;
 constexpr int kDataAt = 5; // in a data answer, behind its last flag (1) and its type (4)
 
 // Blocks that are shown as a status, and the field that holds their text.
@@ -55,22 +56,41 @@ tString WithoutEndOfLine(const tString& line) { return line.substr(0, line.find_
 
 } // namespace
 
-bool CanBeSent(const Request& request) {
-  return request.oTid.size() <= kTidWidth && request.oData.size() <= kMaxData &&
-         request.oData.size() != kImpossibleData;
+// An exception must neither leave through the library nor cost the outcome of a payment that runs: it is kept for the
+// till. The end of a cancelled thread passes, the runtime insists on it.
+template<class Call> void Listener::Guard(Call call) {
+  try {
+    call();
+  } catch (const abi::__forced_unwind&) { throw; } catch (...) {
+    if (!oThrown) oThrown = std::current_exception();
+  }
 }
 
-void Tell(const Events& events, Status status, const tString& text) {
-  if (events.oStatus) events.oStatus(status, text);
+void Listener::Tell(Status status, const tString& text) {
+  if (oCallbacks.status) Guard([&] { oCallbacks.status(status, text); });
 }
 
-void Tell(const Events& events, Block& block) {
-  if (IsLine(block.oId) && events.oLine)
-    events.oLine(FromWire(WithoutEndOfLine(block.Field(abisEFpln))), block.oId == eEFTPwidPrLast);
-  else if (const StatusRow* row = FindStatus(block.oId))
-    Tell(events, row->oStatus, row->ppccText ? FromWire(block.Field(*row->ppccText)) : tString());
-  else if (!IsVerdict(block.oId) && events.oOther)
-    events.oOther({static_cast<char>(block.oId >> 8), static_cast<char>(block.oId)}, FromWire(Masked(block)));
+void Listener::Tell(Block& block) {
+  if (IsLine(block.oId)) {
+    oReceipt.push_back({FromWire(WithoutEndOfLine(block.Field(abisEFpln))), block.oId == eEFTPwidPrLast});
+    if (oCallbacks.line) Guard([&] { oCallbacks.line(oReceipt.back().text, oReceipt.back().last); });
+  } else if (const StatusRow* row = FindStatus(block.oId)) {
+    Tell(row->oStatus, row->ppccText ? FromWire(block.Field(*row->ppccText)) : tString());
+  } else if (!IsVerdict(block.oId) && oCallbacks.block) {
+    const tString workId = {static_cast<char>(block.oId >> 8), static_cast<char>(block.oId)};
+    Guard([&] { oCallbacks.block(workId, FromWire(Masked(block))); });
+  }
 }
 
-} // namespace zat::till
+bool Listener::WantsBreak() {
+  bool wanted = fBreakOff;
+  if (!wanted && oCallbacks.idle) Guard([&] { wanted = oCallbacks.idle(); });
+  return wanted;
+}
+
+void Listener::GiveTo(Outcome& outcome) {
+  outcome.receipt = std::move(oReceipt);
+  outcome.thrown = oThrown;
+}
+
+} // namespace zat::client

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-namespace zat::till {
+namespace zat::client {
 namespace {
 
 const iconv_t kNone = reinterpret_cast<iconv_t>(-1);
@@ -82,4 +82,4 @@ tString FromWire(std::string_view cp1251) {
   return out;
 }
 
-} // namespace zat::till
+} // namespace zat::client

@@ -9,7 +9,7 @@
 
 #include "charset.h"
 
-namespace zat::till {
+namespace zat::client {
 
 // What one call of eftp_do brought.
 struct Session::Answer {
@@ -122,28 +122,28 @@ void Session::Answer::ReadOld(int result, const Block& block, bool opening) {
   if (oKind == eBad && opening && block.oData == kPauseData) Paused();
 }
 
-Session::Session(Library& library, const tString& config) : oLibrary(library) {
+Session::Session(std::unique_ptr<Library> library, const tString& config) : poLibrary(std::move(library)) {
   tString path = config;
-  pvHandle = library.procCreate(path.empty() ? nullptr : path.data());
+  pvHandle = poLibrary->procCreate(path.empty() ? nullptr : path.data());
 }
 
 Session::~Session() {
   if (!pvHandle) return;
   if (fExchange) {
-    oLibrary.Keep();
+    poLibrary->Keep();
     pvLeftOpen = pvHandle;
   } else {
-    oLibrary.procDestroy(pvHandle);
+    poLibrary->procDestroy(pvHandle);
   }
 }
 
-Result Session::Run(const Request& request, const Events& events) {
+Outcome Session::Run(const Request& request, Listener& listener) {
   Exchange exchange(request.oId);
-  if (!pvHandle) return exchange.Stop(Why::Handle, Outcome::Refused, ZAT_MS_NO_HANDLE);
-  if (fExchange) return exchange.Stop(Why::Unfinished, Outcome::Refused);
-  if (!CanBeSent(request)) return exchange.Stop(Why::BadRequest, Outcome::Usage);
+  if (!pvHandle) return exchange.Stop(Why::Handle, Verdict::Refused, ZAT_MS_NO_HANDLE);
+  if (fExchange) return exchange.Stop(Why::Unfinished, Verdict::Refused);
+  if (!CanBeSent(request)) return exchange.Stop(Why::BadRequest, Verdict::BadRequest);
 
-  poEvents = &events;
+  poListener = &listener;
   fBreakAsked = false;
   bool module = HasModule();
   Answer answer;
@@ -152,11 +152,11 @@ Result Session::Run(const Request& request, const Events& events) {
   Collect(exchange, answer);
   bool missing = opening && answer.oWhy == Why::Lost && !module && !HasModule();
   if (missing) fExchange = false; // with whom
-  Result result = missing ? exchange.Stop(Why::ModuleMissing, Outcome::Refused, answer.oCode, answer.oText)
-                          : Finish(exchange, answer, opening);
+  Outcome outcome = missing ? exchange.Stop(Why::ModuleMissing, Verdict::Refused, answer.oCode, answer.oText)
+                            : Finish(exchange, answer, opening);
   explicit_bzero(answer.mcBuffer, sizeof answer.mcBuffer);
-  poEvents = nullptr;
-  return result;
+  poListener = nullptr;
+  return outcome;
 }
 
 // Sends the request and takes the first answer. The library refuses a request that comes too early without
@@ -165,10 +165,10 @@ void Session::Open(const Request& request, Answer& answer) {
   tString message;
   EFTPMakeHeader(message, request.oId, &request.oTid, &request.oData);
   auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(request.iPauseLimit);
-  Tell(*poEvents, Status::Connecting);
+  poListener->Tell(Status::Connecting);
   Call(&message, answer);
   while (answer.oKind == Answer::ePause && std::chrono::steady_clock::now() < limit && !BreakWanted()) {
-    Tell(*poEvents, Status::Pause);
+    poListener->Tell(Status::Pause);
     std::this_thread::sleep_for(kPauseStep);
     Call(&message, answer);
   }
@@ -180,7 +180,7 @@ void Session::Call(tString* message, Answer& answer) {
   memset(answer.mcBuffer, 0, sizeof answer.mcBuffer);
   if (message) fExchange = true;
   char* request = message ? message->data() : nullptr;
-  int result = oLibrary.procDo(pvHandle, request, answer.mcBuffer, poEvents->oBreak ? Idle : nullptr, this);
+  int result = poLibrary->procDo(pvHandle, request, answer.mcBuffer, Idle, this);
   answer.Read(result, message != nullptr);
   // After these the library has no exchange open.
   bool over = answer.oKind == Answer::eGood || answer.oKind == Answer::eBad ||
@@ -197,7 +197,7 @@ void Session::Collect(Exchange& exchange, Answer& answer) {
     if (block.Read(answer.mcBuffer, sizeof answer.mcBuffer)) {
       empty = 0;
       exchange.Take(block);
-      Tell(*poEvents, block);
+      poListener->Tell(block);
     } else if (++empty == kEmptyAnswers) {
       answer.oKind = Answer::eStopped;
       answer.oWhy = Why::Endless;
@@ -208,23 +208,23 @@ void Session::Collect(Exchange& exchange, Answer& answer) {
 }
 
 // Nothing was sent only when the very first call was refused, and for a reason that leaves no doubt.
-Result Session::Finish(Exchange& exchange, const Answer& answer, bool opening) const {
+Outcome Session::Finish(Exchange& exchange, const Answer& answer, bool opening) const {
   if (fBreakAsked) exchange.TakeBreak();
   switch (answer.oKind) {
   case Answer::eGood: return exchange.End(true);
   case Answer::eBad: return exchange.End(false);
   case Answer::ePause:
-    return fBreakAsked ? exchange.End(false) : exchange.Stop(Why::Pause, Outcome::Refused, answer.oCode);
+    return fBreakAsked ? exchange.End(false) : exchange.Stop(Why::Pause, Verdict::Refused, answer.oCode);
   default: break;
   }
   bool sent = !opening || answer.oWhy == Why::Lost || answer.oWhy == Why::Strange;
-  return exchange.Stop(answer.oWhy, sent ? Outcome::Unknown : Outcome::Refused, answer.oCode, answer.oText);
+  return exchange.Stop(answer.oWhy, sent ? Verdict::Unknown : Verdict::Refused, answer.oCode, answer.oText);
 }
 
-bool Session::HasModule() const { return access(oLibrary.ModulePath().c_str(), X_OK) == 0; }
+bool Session::HasModule() const { return access(poLibrary->ModulePath().c_str(), X_OK) == 0; }
 
 bool Session::BreakWanted() {
-  if (!fBreakAsked && poEvents->oBreak && poEvents->oBreak()) fBreakAsked = true;
+  if (!fBreakAsked && poListener->WantsBreak()) fBreakAsked = true;
   return fBreakAsked;
 }
 
@@ -234,4 +234,4 @@ int Session::Idle(void* pvSelf) {
   return !self->fBreakAsked && self->BreakWanted();
 }
 
-} // namespace zat::till
+} // namespace zat::client

@@ -1,0 +1,219 @@
+#include "zat_client.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "amount.h"
+#include "gabids.h"
+#include "session.h"
+#include "util.h"
+
+namespace zat {
+namespace {
+
+using client::Field;
+
+constexpr size_t kTidWidth = 10, kRrnWidth = 12, kWorkIdWidth = 2, kTrack2Width = 37;
+constexpr char kLastTransaction[] = "000000000000"; // the terminal knows the day's last one by this reference
+constexpr char kNoReference[] = " ";
+
+bool IsAlnum(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+bool IsName(std::string_view text, size_t limit) {
+  return !text.empty() && text.size() <= limit && std::all_of(text.begin(), text.end(), IsAlnum);
+}
+
+bool IsWorkId(std::string_view text) {
+  return text.size() == kWorkIdWidth &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
+}
+
+// A text that is overwritten before its memory is given back: it may hold a track 2.
+struct Secret : tString {
+  using tString::tString;
+  ~Secret() { explicit_bzero(data(), size()); }
+};
+
+// A request of the typed kind: what the operation needs beside its id. Null: the operation does not have it.
+struct Asked {
+  tEFTPWorkId oId;
+  const Amount* poAmount = nullptr;
+  const std::string_view* poRrn = nullptr;
+  const Track2* poCard = nullptr;
+  const Amount* poPart = nullptr;
+};
+
+// What is wrong with it; "" when nothing is.
+const char* FaultOf(const Asked& asked) {
+  if (asked.poAmount && *asked.poAmount == Amount()) return "the amount is zero";
+  if (asked.poPart && *asked.poPart == Amount()) return "the part is zero";
+  if (asked.poPart && *asked.poPart > *asked.poAmount) return "the part is more than the whole";
+  if (asked.poRrn && !IsName(*asked.poRrn, kRrnWidth))
+    return "the reference number is not 1 to 12 letters and digits";
+  return "";
+}
+
+} // namespace
+
+struct Till::Impl {
+  TillOptions oOptions;
+  LoadFault oFault = LoadFault::None;
+  tString oDetail;
+  std::unique_ptr<client::Road> poRoad;
+  std::atomic<bool> fBreakOff = false;
+  bool fBusy = false;
+
+  void Load();
+  Outcome Ask(const Asked& asked, const Callbacks& callbacks);
+  Outcome Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks);
+  Outcome Carry(const client::Request& request, const Callbacks& callbacks);
+};
+static_assert(std::atomic<bool>::is_always_lock_free, "breakOff is called from signal handlers");
+
+void Till::Impl::Load() {
+  std::unique_ptr<client::Library> library = client::Library::Load(oOptions.library, oFault, oDetail);
+  if (!library) return;
+  auto session = std::make_unique<client::Session>(std::move(library), oOptions.config);
+  if (!session->IsOpen()) oFault = LoadFault::NoSession;
+  poRoad = std::move(session);
+}
+
+Outcome Till::Impl::Ask(const Asked& asked, const Callbacks& callbacks) {
+  Outcome outcome;
+  outcome.verdict = Verdict::BadRequest;
+  outcome.why = Why::BadRequest;
+  outcome.text = FaultOf(asked);
+  Secret track(asked.poCard ? asked.poCard->text : "");
+  if (asked.poCard && (ShrinkTrack2(track) != 0 || track.size() > kTrack2Width))
+    outcome.text = "this is not a track 2";
+  if (!outcome.text.empty()) return outcome;
+
+  bool totals = asked.oId == eEFTPwidFinAmount; // asked for as a whole: no reference, no amount
+  const tString amount = client::WireAmount(asked.poAmount ? *asked.poAmount : Amount());
+  const tString part = client::WireAmount(asked.poPart ? *asked.poPart : Amount());
+  const tString rrn(asked.poRrn ? *asked.poRrn : kNoReference);
+  Secret data;
+  bool made = client::MakeData(asked.oId,
+                               {{abisTRrfn, asked.poRrn || totals ? &rrn : nullptr},
+                                {abisTRamt, asked.poAmount || totals ? &amount : nullptr},
+                                {abisTRram, asked.poPart ? &part : nullptr},
+                                {abisTRtr2, asked.poCard ? &track : nullptr}},
+                               data);
+  outcome.text = "no message can be made of the request";
+  return made ? Send(asked.oId, data, callbacks) : outcome;
+}
+
+Outcome Till::Impl::Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks) {
+  Outcome outcome;
+  outcome.verdict = Verdict::Refused;
+  outcome.why = Why::Unfinished;
+  if (fBusy) return outcome;
+
+  outcome.why = Why::NoLibrary;
+  outcome.text = oDetail;
+  if (!poRoad) return outcome;
+
+  outcome.verdict = Verdict::BadRequest;
+  outcome.why = Why::BadRequest;
+  outcome.text = "the terminal id is not 1 to 10 letters and digits";
+  if (!IsName(oOptions.terminal, kTidWidth)) return outcome;
+
+  constexpr std::chrono::seconds longest = std::chrono::hours(24);
+  std::chrono::seconds pause = std::clamp(oOptions.pause, std::chrono::seconds(0), longest);
+  client::Request request = {id, oOptions.terminal, tString(data), static_cast<int>(pause.count())};
+  outcome = Carry(request, callbacks);
+  explicit_bzero(request.oData.data(), request.oData.size());
+  return outcome;
+}
+
+// Every request of every Till passes here: before it goes out nothing of it has happened, and after it its outcome is
+// known. client::MovesMoney tells the ones that a record of payments is about.
+Outcome Till::Impl::Carry(const client::Request& request, const Callbacks& callbacks) {
+  fBusy = true;
+  fBreakOff = false;
+  client::Listener listener(callbacks, fBreakOff);
+  Outcome outcome = poRoad->Run(request, listener);
+  listener.GiveTo(outcome);
+  fBusy = false;
+  return outcome;
+}
+
+Till::Till(TillOptions options) : poImpl(std::make_unique<Impl>()) {
+  poImpl->oOptions = std::move(options);
+  poImpl->Load();
+}
+
+Till::Till(std::string library, std::string config)
+    : Till(TillOptions{std::move(library), std::move(config), TillOptions().terminal, TillOptions().pause}) {}
+
+Till::Till(TillOptions options, std::unique_ptr<client::Road> road) : poImpl(std::make_unique<Impl>()) {
+  poImpl->oOptions = std::move(options);
+  poImpl->poRoad = std::move(road);
+}
+
+Till::~Till() = default;
+
+LoadFault Till::loadFault() const noexcept { return poImpl->oFault; }
+const std::string& Till::loadDetail() const noexcept { return poImpl->oDetail; }
+
+Outcome Till::sale(Amount amount, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidSale, &amount}, callbacks);
+}
+
+Outcome Till::sale(Amount amount, Track2 card, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidSale, &amount, nullptr, &card}, callbacks);
+}
+
+Outcome Till::refund(Amount amount, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidCredit, &amount}, callbacks);
+}
+
+Outcome Till::refund(Amount amount, Track2 card, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidCredit, &amount, nullptr, &card}, callbacks);
+}
+
+Outcome Till::preauthorise(Amount amount, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidPreA, &amount}, callbacks);
+}
+
+Outcome Till::preauthorise(Amount amount, Track2 card, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidPreA, &amount, nullptr, &card}, callbacks);
+}
+
+Outcome Till::reverse(std::string_view rrn, Amount amount, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidRevSale, &amount, &rrn}, callbacks);
+}
+
+Outcome Till::reversePart(std::string_view rrn, Amount amount, Amount part, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidRevSale, &amount, &rrn, nullptr, &part}, callbacks);
+}
+
+Outcome Till::voidPayment(std::string_view rrn, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidVoid, nullptr, &rrn}, callbacks);
+}
+
+Outcome Till::transaction(std::string_view rrn, const Callbacks& callbacks) {
+  return poImpl->Ask({eEFTPwidTransDt, nullptr, &rrn}, callbacks);
+}
+
+Outcome Till::lastTransaction(const Callbacks& callbacks) { return transaction(kLastTransaction, callbacks); }
+
+Outcome Till::login(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidLogin}, callbacks); }
+
+Outcome Till::totals(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidFinAmount}, callbacks); }
+
+Outcome Till::endOfDay(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidFinDay}, callbacks); }
+
+Outcome Till::raw(std::string_view workId, std::string_view data, const Callbacks& callbacks) {
+  Outcome wrong;
+  wrong.verdict = Verdict::BadRequest;
+  wrong.why = Why::BadRequest;
+  wrong.text = "the work id is not two printable ASCII characters";
+  if (!IsWorkId(workId)) return wrong;
+  return poImpl->Send(static_cast<tEFTPWorkId>(EFTPWId(workId[0], workId[1])), data, callbacks);
+}
+
+void Till::breakOff() noexcept { poImpl->fBreakOff = true; }
+
+} // namespace zat
