@@ -150,7 +150,7 @@ private:
     for (unsigned round = 0; !over; ++round) {
       if (!work(round)) ++seen.otherFaults;
       ++seen.otherWork;
-      usleep(700);
+      usleep(2000);
     }
   }
 
