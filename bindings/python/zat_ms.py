@@ -7,13 +7,13 @@
             match event:
                 case ReceiptLine(text):
                     print(text)
-                case Outcome(kind=kind):
-                    print(kind)                      # approved, declined, unknown ...
+                case Outcome(verdict=verdict):
+                    print(verdict)                   # approved, declined, unknown ...
 
 A request is an iterable of events: status changes, receipt lines, other blocks, and at the end one Outcome. Nothing
 is sent before the first event is asked for. "approved" is said only when an approving response came and the exchange
 then ended well; where money may have moved unseen, the outcome is "unknown", and the till asks the terminal before
-the customer pays again (Till.transaction).
+the customer pays again (Till.last_transaction).
 
 Every argument is checked before anything is sent: TypeError for a wrong type, ValueError for a wrong value. What goes
 wrong later is an outcome, not an exception.
@@ -36,8 +36,8 @@ from enum import StrEnum
 from types import FrameType, TracebackType
 from typing import ClassVar, NamedTuple
 
-__all__ = ["Amount", "Event", "Exchange", "Ground", "Kind", "OtherBlock", "Outcome", "ReceiptLine", "Response",
-           "Status", "StatusChange", "Till"]
+__all__ = ["INSTALLED_LIBRARY", "Amount", "Event", "Exchange", "OtherBlock", "Outcome", "ReceiptLine", "Response",
+           "Status", "StatusChange", "Till", "Verdict", "Why"]
 
 
 # --- What a till says and hears ---------------------------------------------------------------------------------
@@ -46,12 +46,12 @@ __all__ = ["Amount", "Event", "Exchange", "Ground", "Kind", "OtherBlock", "Outco
 class Amount:
     """A sum of money: Amount(1250, 5) is 1250.05. Whole numbers only; a float is a TypeError."""
 
-    units: int
-    hundredths: int = 0
+    roubles: int
+    kopecks: int = 0
 
     def __post_init__(self) -> None:
-        _want_int("units", self.units, 0, 9_999_999_999)
-        _want_int("hundredths", self.hundredths, 0, 99)
+        _want_int("roubles", self.roubles, 0, 9_999_999_999)
+        _want_int("kopecks", self.kopecks, 0, 99)
 
     @classmethod
     def parse(cls, text: str) -> Amount:
@@ -62,17 +62,17 @@ class Amount:
         return cls(int(found[1]), int((found[2] or "0").ljust(2, "0")))
 
     @classmethod
-    def of_hundredths(cls, total: int) -> Amount:
-        """The amount of so many hundredths: 125005 is 1250.05."""
+    def of_kopecks(cls, total: int) -> Amount:
+        """So many kopecks: 125005 is 1250.05."""
         return cls(*divmod(_want_int("total", total, 0, 999_999_999_999), 100))
 
     @property
-    def total(self) -> int:
-        """All of it in hundredths."""
-        return self.units * 100 + self.hundredths
+    def in_kopecks(self) -> int:
+        """All of it in kopecks."""
+        return self.roubles * 100 + self.kopecks
 
     def __str__(self) -> str:
-        return f"{self.units}.{self.hundredths:02}"
+        return f"{self.roubles}.{self.kopecks:02}"
 
 
 class Status(StrEnum):
@@ -92,7 +92,7 @@ class Status(StrEnum):
     NO_BREAK = "noBreak"  # too late to break off, the operation goes on
 
 
-class Kind(StrEnum):
+class Verdict(StrEnum):
     """What a request came to."""
 
     APPROVED = "approved"  # an approving response, and a good end
@@ -103,7 +103,7 @@ class Kind(StrEnum):
     UNKNOWN = "unknown"  # it may have been carried out
 
 
-class Ground(StrEnum):
+class Why(StrEnum):
     """Why an outcome is what it is."""
 
     RESPONSE = "response"  # the response code decides
@@ -179,11 +179,17 @@ class OtherBlock:
 class Outcome:
     """The last event of a request. code is of the bank, the terminal or the library; text the words with it."""
 
-    kind: Kind
-    ground: Ground
+    verdict: Verdict
+    why: Why
     code: str = ""
     text: str = ""
     response: Response | None = None
+    receipt: tuple[ReceiptLine, ...] = ()
+
+    @property
+    def good(self) -> bool:
+        """Approved or done."""
+        return self.verdict in (Verdict.APPROVED, Verdict.DONE)
 
 
 Event = StatusChange | ReceiptLine | OtherBlock | Outcome
@@ -295,6 +301,9 @@ _LAYOUTS: tuple[tuple[str, tuple[_Field, ...]], ...] = (
 )
 # layouts: end
 
+# The library where the packages put it.
+INSTALLED_LIBRARY = "/opt/zat_ms/BIN/libzat_ms.so"
+
 _HEADER = 14
 _BUFFER = 2048
 _MORE, _END = 0, 9
@@ -391,8 +400,8 @@ _NONE, _APPROVING, _DECLINING, _BROKEN, _REFUSAL = range(5)  # what the terminal
 
 # Bad ends and good ends, by what the terminal said before.
 #                    none          approving      declining      broken        refusal
-_KINDS = {False: (Kind.ABORTED, Kind.UNKNOWN, Kind.DECLINED, Kind.UNKNOWN, Kind.DECLINED),
-          True: (Kind.DONE, Kind.APPROVED, Kind.DECLINED, Kind.UNKNOWN, Kind.DECLINED)}
+_VERDICTS = {False: (Verdict.ABORTED, Verdict.UNKNOWN, Verdict.DECLINED, Verdict.UNKNOWN, Verdict.DECLINED),
+          True: (Verdict.DONE, Verdict.APPROVED, Verdict.DECLINED, Verdict.UNKNOWN, Verdict.DECLINED)}
 
 # The response's texts, and where they stand.
 _RESPONSE_TAGS = {"operation": "EF.COD", "currency": "TR.CCD", "date_time": "TR.DTT", "merchant": "TM.MID",
@@ -405,7 +414,7 @@ _STATUSES = {"50": (Status.OK, ""), "51": (Status.NOT_LOGGED_IN, ""), "52": (Sta
              "5M": (Status.CONFIRM, "EF.MCN"), "36": (Status.INFO, "EF.IDT")}
 
 
-class _Verdict:
+class _Story:
     """Takes the blocks of an answer as they come; at the end there is one outcome."""
 
     def __init__(self, work_id: str) -> None:
@@ -413,27 +422,30 @@ class _Verdict:
         self._needs_response = work_id[0] in "18" or work_id == "20"
         self._said = _NONE
         self._too_late = False  # the terminal declined to break off
-        self._ground, self._code, self._words = Ground.ENDED, "", ""
+        self._why, self._code, self._words = Why.ENDED, "", ""
         self._response: Response | None = None
+        self._receipt: list[ReceiptLine] = []
 
     def take(self, block: _Block) -> Event | None:
         """The event that the till hears of a block, if any."""
         if block.work_id == "32":
-            return ReceiptLine(block.text("EF.PLN").rstrip("\r\n"), block.values.get("EF.SLN") == b"1")
+            line = _text(block.values.get("EF.PLN", b"").rstrip(b"\r\n"))
+            self._receipt.append(ReceiptLine(line, block.values.get("EF.SLN") == b"1"))
+            return self._receipt[-1]
         if block.work_id == "60":
             self._take_response(block)
             return None
         if block.work_id == "5X":
-            self._take_refusal(Ground.REFUSAL, block.text("EF.ECD"), block.text("EF.MSG"))
+            self._take_refusal(Why.REFUSAL, block.text("EF.ECD"), block.text("EF.MSG"))
             return None
         if block.work_id == "34":
             now = block.values.get("EF.SBR") == b"0"
             self._too_late |= not now
             return StatusChange(Status.BREAK if now else Status.NO_BREAK)
         if block.work_id == "51" and self._said == _NONE:
-            self._take_refusal(Ground.NOT_LOGGED_IN)
+            self._take_refusal(Why.NOT_LOGGED_IN)
         if block.work_id == "54" and self._said == _NONE:
-            self._take_refusal(Ground.NO_REFERENCE)
+            self._take_refusal(Why.NO_REFERENCE)
         if block.work_id in _STATUSES:
             status, tag = _STATUSES[block.work_id]
             return StatusChange(status, block.text(tag))
@@ -448,32 +460,32 @@ class _Verdict:
         texts["card"] = _masked(texts["card"])
         digits = block.values.get("TR.AMT", b"").strip(b" ")
         whole = block.whole and re.fullmatch(rb"[0-9]{1,12}", digits) is not None
-        self._response = Response(Amount.of_hundredths(int(digits)), **texts) if whole else None
+        self._response = Response(Amount.of_kopecks(int(digits)), **texts) if whole else None
         self._said = _BROKEN if not whole else _APPROVING if texts["code"] == "00" else _DECLINING
-        self._ground = Ground.RESPONSE if whole else Ground.BROKEN
+        self._why = Why.RESPONSE if whole else Why.BROKEN
         self._code, self._words = texts["code"], texts["text"]
 
-    def _take_refusal(self, ground: Ground, code: str = "", text: str = "") -> None:
+    def _take_refusal(self, why: Why, code: str = "", text: str = "") -> None:
         """A refusal speaks of the exchange itself; it does not take back what a response said."""
         if self._said in (_NONE, _REFUSAL):
-            self._said, self._ground, self._code, self._words = _REFUSAL, ground, code, text
+            self._said, self._why, self._code, self._words = _REFUSAL, why, code, text
 
     def end(self, good: bool, broken_off: bool) -> Outcome:
         """The exchange is over, well or badly; broken_off: the library took a break request of the till."""
-        kind, ground = _KINDS[good][self._said], self._ground
+        verdict, why = _VERDICTS[good][self._said], self._why
         if self._said == _NONE:
-            ground = Ground.GOOD_END if good else Ground.ENDED
+            why = Why.GOOD_END if good else Why.ENDED
         if self._said == _APPROVING and not good:
-            ground = Ground.CONTRADICTION
+            why = Why.CONTRADICTION
         if self._said == _NONE and good and self._needs_response:
-            kind, ground = Kind.UNKNOWN, Ground.NO_RESPONSE
+            verdict, why = Verdict.UNKNOWN, Why.NO_RESPONSE
         if not good and broken_off and not self._too_late and self._said in (_NONE, _REFUSAL):
-            kind, ground = Kind.ABORTED, Ground.BREAK
-        return Outcome(kind, ground, self._code, self._words, self._response)
+            verdict, why = Verdict.ABORTED, Why.BREAK
+        return Outcome(verdict, why, self._code, self._words, self._response, tuple(self._receipt))
 
-    def stop(self, kind: Kind, ground: Ground, code: str = "", text: str = "") -> Outcome:
+    def stop(self, verdict: Verdict, why: Why, code: str = "", text: str = "") -> Outcome:
         """The exchange stops for another reason than the terminal's end."""
-        return Outcome(kind, ground, code, text, self._response)
+        return Outcome(verdict, why, code, text, self._response, tuple(self._receipt))
 
 
 def _masked(card: str) -> str:
@@ -486,14 +498,14 @@ def _masked(card: str) -> str:
 class _Reason(NamedTuple):
     code: str
     old: int | None  # the old-style result for the same
-    ground: Ground
+    why: Why
 
 
-_REASONS = (_Reason("XL", 65535, Ground.LOST), _Reason("X1", None, Ground.HANDLE), _Reason("X2", 2, Ground.STATE),
-            _Reason("X3", 3, Ground.COMMAND), _Reason("X4", 4, Ground.NO_EXCHANGE),
-            _Reason("X5", 5, Ground.OTHER_ID), _Reason("X6", 6, Ground.PIPES), _Reason("X7", 7, Ground.NESTED),
-            _Reason("X8", 8, Ground.NO_MODULE), _Reason("XA", 10, Ground.ENDED), _Reason("XB", None, Ground.HANDLE))
-_STRANGE = _Reason("", None, Ground.STRANGE)
+_REASONS = (_Reason("XL", 65535, Why.LOST), _Reason("X1", None, Why.HANDLE), _Reason("X2", 2, Why.STATE),
+            _Reason("X3", 3, Why.COMMAND), _Reason("X4", 4, Why.NO_EXCHANGE),
+            _Reason("X5", 5, Why.OTHER_ID), _Reason("X6", 6, Why.PIPES), _Reason("X7", 7, Why.NESTED),
+            _Reason("X8", 8, Why.NO_MODULE), _Reason("XA", 10, Why.ENDED), _Reason("XB", None, Why.HANDLE))
+_STRANGE = _Reason("", None, Why.STRANGE)
 
 # The refusal because the pause is not over is written into the answer first, and with new-style results the shorter
 # "XA" block is laid over its beginning. What sticks out behind tells it from the end of an exchange.
@@ -522,17 +534,17 @@ class _Answer:
             shown = len(data)
             self.code, self.text = _text(data[:2]), _text(data[2:]) if refusal else ""
             row = next((r for r in _REASONS if refusal and r.code == self.code), _STRANGE)
-        self.ground = row.ground
-        self.bad = not self.more and not self.good and self.ground == Ground.ENDED
+        self.why = row.why
+        self.bad = not self.more and not self.good and self.why == Why.ENDED
         behind = buffer[_HEADER + shown:_HEADER + len(_PAUSE_DATA)]
         self.pause = self.bad and opening and bool(behind) and behind == _PAUSE_DATA[shown:]
         if self.pause:
-            self.bad, self.code, self.ground = False, "I3", Ground.PAUSE
+            self.bad, self.code, self.why = False, "I3", Why.PAUSE
 
     @property
     def over(self) -> bool:
         """The library has no exchange open after it."""
-        return self.good or self.bad or self.pause or self.ground in (Ground.NO_MODULE, Ground.NO_EXCHANGE)
+        return self.good or self.bad or self.pause or self.why in (Why.NO_MODULE, Why.NO_EXCHANGE)
 
 
 # --- The library ------------------------------------------------------------------------------------------------
@@ -638,7 +650,7 @@ class Exchange(Iterator[Event]):
         self.outcome: Outcome | None = None
         self._till, self._data = till, data
         self._work_id = work_id
-        self._verdict = _Verdict(work_id)
+        self._story = _Story(work_id)
         self._break_wanted = self._break_taken = False
         self._held: BaseException | None = None  # raised behind the outcome
         self._interrupts = _HoldInterrupts(self._interrupt)
@@ -677,15 +689,15 @@ class Exchange(Iterator[Event]):
             yield StatusChange(Status.CONNECTING)
             refused = self._till._why_not(self._data is None)
             if refused:
-                outcome = self._verdict.stop(Kind.REFUSED, refused)
+                outcome = self._story.stop(Verdict.REFUSED, refused)
             elif self._break_wanted:
-                outcome = self._verdict.stop(Kind.ABORTED, Ground.BREAK)
+                outcome = self._story.stop(Verdict.ABORTED, Why.BREAK)
             else:
                 self._begun = True
                 self._till._exchange = self
                 outcome = yield from self._carry(self._till._session)
         except BaseException:
-            self._tell(self._verdict.stop(Kind.UNKNOWN if self._begun else Kind.REFUSED, Ground.LEFT))
+            self._tell(self._story.stop(Verdict.UNKNOWN if self._begun else Verdict.REFUSED, Why.LEFT))
             raise
         finally:
             if self._data is not None:
@@ -715,19 +727,19 @@ class Exchange(Iterator[Event]):
         while answer.more:
             empty = 0 if answer.block else empty + 1
             if empty == _EMPTY_ANSWERS:
-                return self._verdict.stop(Kind.UNKNOWN, Ground.ENDLESS)
-            event = self._verdict.take(answer.block) if answer.block else None
+                return self._story.stop(Verdict.UNKNOWN, Why.ENDLESS)
+            event = self._story.take(answer.block) if answer.block else None
             if event:
                 yield event
             answer = session.call(None, self._idle)
-        if opening and answer.ground == Ground.LOST and not module and not self._till._has_module():
-            return self._verdict.stop(Kind.REFUSED, Ground.MODULE_MISSING, answer.code, answer.text)
+        if opening and answer.why == Why.LOST and not module and not self._till._has_module():
+            return self._story.stop(Verdict.REFUSED, Why.MODULE_MISSING, answer.code, answer.text)
         return self._close(answer, opening)
 
     def _open(self, session: _Session, request: bytearray | None) -> Generator[Event, None, _Answer]:
         """The library refuses a request that comes too early without having done anything, so it is offered again
         until the pause is over."""
-        limit = time.monotonic() + self._till.pause_limit
+        limit = time.monotonic() + self._till.pause
         answer = session.call(request, self._idle)
         if answer.pause and time.monotonic() < limit:
             yield StatusChange(Status.PAUSE)
@@ -739,12 +751,12 @@ class Exchange(Iterator[Event]):
     def _close(self, answer: _Answer, opening: bool) -> Outcome:
         """Nothing was sent only when the very first call was refused, and for a reason that leaves no doubt."""
         if answer.good or answer.bad:
-            return self._verdict.end(answer.good, self._break_taken)
+            return self._story.end(answer.good, self._break_taken)
         if answer.pause:
-            kind, ground = (Kind.ABORTED, Ground.BREAK) if self._break_taken else (Kind.REFUSED, Ground.PAUSE)
-            return self._verdict.stop(kind, ground, answer.code)
-        sent = not opening or answer.ground in (Ground.LOST, Ground.STRANGE)
-        return self._verdict.stop(Kind.UNKNOWN if sent else Kind.REFUSED, answer.ground, answer.code, answer.text)
+            verdict, why = (Verdict.ABORTED, Why.BREAK) if self._break_taken else (Verdict.REFUSED, Why.PAUSE)
+            return self._story.stop(verdict, why, answer.code)
+        sent = not opening or answer.why in (Why.LOST, Why.STRANGE)
+        return self._story.stop(Verdict.UNKNOWN if sent else Verdict.REFUSED, answer.why, answer.code, answer.text)
 
     def _want_break(self) -> bool:
         """Asks the till once in a while; an exception of its idle callback is held back like Ctrl-C."""
@@ -773,21 +785,21 @@ class Till:
     idle         called about once a millisecond while the library waits for the terminal, if BREAK=1 stands in
                  section [TILL] of micromgl.cfg; true asks the terminal to break off. It must not use this till. An
                  exception is held back and raised behind the outcome.
-    pause_limit  seconds for which the pause between two requests is waited out; then the outcome is refused (pause)
+    pause        seconds for which the pause between two requests is waited out; then the outcome is refused (pause)
 
     Tills of one process take turns, whatever the thread; different processes need no care. OSError when the library
     cannot be loaded.
     """
 
-    def __init__(self, library: str | os.PathLike[str], config: str | os.PathLike[str] = "", tid: str = "1", *,
-                 idle: Callable[[], object] | None = None, pause_limit: float = 60) -> None:
+    def __init__(self, library: str | os.PathLike[str] = INSTALLED_LIBRARY, config: str | os.PathLike[str] = "",
+                 tid: str = "1", *, idle: Callable[[], object] | None = None, pause: float = 60) -> None:
         path, self._config = os.path.abspath(_want_path("library", library)), _want_path("config", config)
         self._tid = _want_name("tid", tid, 10)
         if idle is not None and not callable(idle):
             raise TypeError("idle must be callable")
-        if isinstance(pause_limit, bool) or not isinstance(pause_limit, (int, float)):
-            raise TypeError("pause_limit must be a number of seconds")
-        self.idle, self.pause_limit = idle, pause_limit
+        if isinstance(pause, bool) or not isinstance(pause, (int, float)):
+            raise TypeError("pause must be a number of seconds")
+        self.idle, self.pause = idle, pause
         self.outcome: Outcome | None = None  # of the last request, once it is known
         self._library = _load(path)
         self._module = os.path.join(os.path.dirname(path), "zat_mm")
@@ -826,25 +838,31 @@ class Till:
         """Gives money back to a card."""
         return self._payment("14", amount, track2)
 
-    def preauth(self, amount: Amount, track2: bytes | bytearray | str | None = None) -> Exchange:
+    def preauthorise(self, amount: Amount, track2: bytes | bytearray | str | None = None) -> Exchange:
         """Reserves an amount on a card."""
         return self._payment("11", amount, track2)
 
-    def reverse(self, rrn: str, amount: Amount, part: Amount | None = None) -> Exchange:
-        """Reverses a sale of today, or a part of it. amount is that of the sale."""
-        values = {"TR.RFN": _want_rrn(rrn), "TR.AMT": _want_amount("amount", amount)}
-        if part is not None:
-            values["TR.RAM"] = _want_amount("part", part)
-        return self._make("1A", values)
+    def reverse(self, rrn: str, amount: Amount) -> Exchange:
+        """Reverses a sale of today: its reference number and its amount."""
+        return self._make("1A", {"TR.RFN": _want_rrn(rrn), "TR.AMT": _want_amount("amount", amount)})
 
-    def void(self, rrn: str) -> Exchange:
+    def reverse_part(self, rrn: str, amount: Amount, part: Amount) -> Exchange:
+        """Gives a part of a sale of today back."""
+        return self._make("1A", {"TR.RFN": _want_rrn(rrn), "TR.AMT": _want_amount("amount", amount),
+                                 "TR.RAM": _want_amount("part", part)})
+
+    def void_payment(self, rrn: str) -> Exchange:
         """Voids an operation that is not closed yet."""
         return self._make("19", {"TR.RFN": _want_rrn(rrn)})
 
-    def transaction(self, rrn: str = _LAST_REFERENCE) -> Exchange:
-        """Asks what became of an operation; without a reference number, of the last one. The question after an
-        unknown outcome: compare the response's reference number, amount and time with what was asked for."""
+    def transaction(self, rrn: str) -> Exchange:
+        """Asks what became of an operation."""
         return self._make("20", {"TR.RFN": _want_rrn(rrn)})
+
+    def last_transaction(self) -> Exchange:
+        """Asks for the last operation that the terminal has stored: the question after an unknown outcome. Compare the
+        response's amount, time and reference number with what was asked for."""
+        return self.transaction(_LAST_REFERENCE)
 
     def login(self) -> Exchange:
         """Logs the terminal in."""
@@ -858,20 +876,20 @@ class Till:
         """Closes the day."""
         return self._make("21", {})
 
-    def request(self, work_id: str, data: bytes | bytearray | str = b"") -> Exchange:
+    def raw(self, work_id: str, data: bytes | bytearray | str = b"") -> Exchange:
         """Any request: its two characters and its data as the wire has them (a str goes as Windows-1251)."""
         if not re.fullmatch(r"[!-~]{2}", _want_str("work_id", work_id)):
             raise ValueError("work_id must be two printable ASCII characters")
         return self._new(work_id, bytearray(_want_bytes("data", data)))
 
-    def collect(self) -> Exchange:
+    def resume(self) -> Exchange:
         """Goes on with an exchange whose answer did not come in time: it may still come. The outcome is refused
         (noExchange) when none is open."""
         self._check_open()
         before = self._exchange
         exchange = Exchange(self, before._work_id if before else "##", None)
         if before and self._session.open:
-            exchange._verdict, exchange._break_taken = before._verdict, before._break_taken
+            exchange._story, exchange._break_taken = before._story, before._break_taken
         return self._take(exchange)
 
     def break_off(self) -> None:
@@ -923,17 +941,17 @@ class Till:
             self._exchange, self.outcome = exchange, None
         return exchange
 
-    def _why_not(self, collecting: bool) -> Ground | None:
+    def _why_not(self, resuming: bool) -> Why | None:
         """Why a request cannot be sent now. A session that was left with its exchange open is replaced as soon as its
         terminal module has ended."""
         if not self._session.open:
-            return Ground.NO_EXCHANGE if collecting else None
+            return Why.NO_EXCHANGE if resuming else None
         if self._exchange and self._exchange._running:
-            return Ground.UNFINISHED
-        if collecting:
+            return Why.UNFINISHED
+        if resuming:
             return None
         if not self._session.end():
-            return Ground.UNFINISHED
+            return Why.UNFINISHED
         self._session = self._begin()
         return None
 
@@ -978,9 +996,9 @@ def _want_rrn(value: object) -> bytes:
 def _want_amount(name: str, value: object) -> bytes:
     if not isinstance(value, Amount):
         raise TypeError(f"{name} must be an Amount, not {type(value).__name__}")
-    if not value.total:
+    if not value.in_kopecks:
         raise ValueError(f"{name} must be above zero")
-    return b"%d" % value.total
+    return b"%d" % value.in_kopecks
 
 
 def _want_bytes(name: str, value: object) -> bytes:

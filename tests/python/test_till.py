@@ -20,7 +20,7 @@ from pathlib import Path
 from installation import BUILD, SOURCE, Installation
 
 import zat_ms
-from zat_ms import Amount, Exchange, Ground, Kind, OtherBlock, Outcome, ReceiptLine, Status, StatusChange, Till
+from zat_ms import Amount, Exchange, Why, Verdict, OtherBlock, Outcome, ReceiptLine, Status, StatusChange, Till
 
 NO_CARD = Amount(12, 73)  # the terminal waits for a card that never comes
 DIES = Amount(12, 77)  # approved and stored, then the module is killed
@@ -31,26 +31,26 @@ class Payments(unittest.TestCase):
 
     def test_sale_and_partial_reversal(self) -> None:
         with Installation() as site, Till(site.library, tid="7") as till:
-            self.assertEqual(till.login().finish().kind, Kind.DONE)
+            self.assertEqual(till.login().finish().verdict, Verdict.DONE)
             events = list(till.sale(Amount(1250, 5), b";4000001234567899=2512101123?"))
             outcome = events[-1]
             assert isinstance(outcome, Outcome) and outcome.response
             self.assertIs(till.outcome, outcome)
-            self.assertEqual((outcome.kind, outcome.ground), (Kind.DECLINED, Ground.RESPONSE))  # .05 is declined
+            self.assertEqual((outcome.verdict, outcome.why), (Verdict.DECLINED, Why.RESPONSE))  # .05 is declined
             events = list(till.sale(Amount(1250, 0)))
             outcome = events[-1]
             assert isinstance(outcome, Outcome) and outcome.response
-            self.assertEqual((outcome.kind, outcome.text), (Kind.APPROVED, "ОДОБРЕНО"))
+            self.assertEqual((outcome.verdict, outcome.text), (Verdict.APPROVED, "ОДОБРЕНО"))
             self.assertEqual((outcome.response.amount, outcome.response.card), (Amount(1250), "*" * 12 + "1111"))
             statuses = [event.status for event in events if isinstance(event, StatusChange)]
             self.assertEqual(statuses, [Status.CONNECTING, Status.PIN, Status.ONLINE])
             lines = [event for event in events if isinstance(event, ReceiptLine)]
             self.assertIn("СУММА РУБ                1250.00", [line.text for line in lines])
             self.assertEqual([line.last for line in lines].count(True), 1 if lines[-1].last else 0)
-            reversal = till.reverse(outcome.response.rrn, Amount(1250), Amount(50)).finish()
+            reversal = till.reverse_part(outcome.response.rrn, Amount(1250), Amount(50)).finish()
             assert reversal.response
-            self.assertEqual((reversal.kind, reversal.response.amount), (Kind.APPROVED, Amount(50)))
-            self.assertEqual(till.void("404").finish().kind, Kind.DECLINED)
+            self.assertEqual((reversal.verdict, reversal.response.amount), (Verdict.APPROVED, Amount(50)))
+            self.assertEqual(till.void_payment("404").finish().verdict, Verdict.DECLINED)
             sums = [event.data for event in till.end_of_day() if isinstance(event, OtherBlock)]
             self.assertEqual(sums[0][:16], "0001" + "000000120000")
 
@@ -63,7 +63,7 @@ class Payments(unittest.TestCase):
         with Installation() as site:
             cases = [("12.00", 0, "СПАСИБО"), ("12.05", 1, "DECLINED 05"), ("12.77", 0, "APPROVED 00")]
             for amount, code, shown in cases:
-                ran = subprocess.run([sys.executable, SOURCE / "examples/python/till.py", site.library, amount],
+                ran = subprocess.run([sys.executable, SOURCE / "examples/python/till.py", amount, site.library],
                                      capture_output=True, text=True, check=False)
                 self.assertEqual((ran.returncode, shown in ran.stdout), (code, True), ran.stdout + ran.stderr)
 
@@ -74,9 +74,9 @@ class Payments(unittest.TestCase):
                     till.login().finish()
                     events = list(till.sale(Amount(1)))
                     self.assertEqual(events[1], StatusChange(Status.PAUSE))
-                    self.assertEqual(till.outcome and till.outcome.kind, Kind.APPROVED)
-                    till.pause_limit = 0
-                    self.assertEqual(till.sale(Amount(1)).finish(), Outcome(Kind.REFUSED, Ground.PAUSE, "I3"))
+                    self.assertEqual(till.outcome and till.outcome.verdict, Verdict.APPROVED)
+                    till.pause = 0
+                    self.assertEqual(till.sale(Amount(1)).finish(), Outcome(Verdict.REFUSED, Why.PAUSE, "I3"))
 
     def test_wrong_arguments_send_nothing(self) -> None:
         with Installation() as site:
@@ -87,9 +87,9 @@ class Payments(unittest.TestCase):
                     (ValueError, Amount.parse, ["-1"]), (TypeError, till.sale, [12]), (TypeError, till.sale, ["12"]),
                     (ValueError, till.sale, [Amount(0)]), (ValueError, till.sale, [Amount(1), "1234"]),
                     (ValueError, till.sale, [Amount(1), b"4" * 19 + b"=" + b"1" * 18]),
-                    (TypeError, till.void, [123]), (ValueError, till.void, ["1" * 13]),
-                    (ValueError, till.request, ["100"]), (ValueError, till.request, ["70", "x" * 255]),
-                    (ValueError, till.request, ["70", "x" * 2035]), (ValueError, till.request, ["70", "中"]),
+                    (TypeError, till.void_payment, [123]), (ValueError, till.void_payment, ["1" * 13]),
+                    (ValueError, till.raw, ["100"]), (ValueError, till.raw, ["70", "x" * 255]),
+                    (ValueError, till.raw, ["70", "x" * 2035]), (ValueError, till.raw, ["70", "中"]),
                     (TypeError, Till, [5]), (ValueError, Till, [site.library, "", "1/2"]),
                     (FileNotFoundError, Till, [site.root / "none.so"]), (OSError, Till, [site.root / "eftpos.cfg"])]
                 for fault, call, arguments in wrong:
@@ -112,14 +112,14 @@ class Breaks(unittest.TestCase):
                 events = list(till.sale(NO_CARD))
                 helper.join()
                 self.assertEqual(events[1], StatusChange(Status.BREAK))
-                self.assertEqual(events[-1], Outcome(Kind.ABORTED, Ground.BREAK))
-                self.assertEqual(till.sale(Amount(1)).finish().kind, Kind.APPROVED)  # the wish was for that one
+                self.assertEqual(events[-1], Outcome(Verdict.ABORTED, Why.BREAK))
+                self.assertEqual(till.sale(Amount(1)).finish().verdict, Verdict.APPROVED)  # the wish was for that one
             with Till(site.library, idle=lambda: 1 / 0) as till:
                 with self.assertRaises(ZeroDivisionError):
                     till.sale(Amount(2)).finish()
-                self.assertEqual(till.outcome and till.outcome.kind, Kind.APPROVED)
+                self.assertEqual(till.outcome and till.outcome.verdict, Verdict.APPROVED)
             with Till(site.library, idle=lambda: True) as till:
-                self.assertEqual(till.sale(NO_CARD).finish().kind, Kind.ABORTED)
+                self.assertEqual(till.sale(NO_CARD).finish().verdict, Verdict.ABORTED)
 
     def test_too_late(self) -> None:
         with Installation() as site, Till(site.library) as till:
@@ -129,7 +129,7 @@ class Breaks(unittest.TestCase):
                 if event == StatusChange(Status.ONLINE):
                     till.break_off()
             self.assertEqual(events[2], StatusChange(Status.NO_BREAK))
-            self.assertEqual(till.outcome and till.outcome.kind, Kind.DECLINED)
+            self.assertEqual(till.outcome and till.outcome.verdict, Verdict.DECLINED)
 
     def test_a_loop_that_is_left(self) -> None:
         with Installation() as site:
@@ -137,13 +137,13 @@ class Breaks(unittest.TestCase):
                 for event in till.sale(Amount(1)):
                     if isinstance(event, ReceiptLine):
                         break
-                self.assertEqual(till.sale(Amount(2)).finish(), Outcome(Kind.REFUSED, Ground.UNFINISHED))
-            self.assertEqual(till.outcome and till.outcome.kind, Kind.APPROVED)
+                self.assertEqual(till.sale(Amount(2)).finish(), Outcome(Verdict.REFUSED, Why.UNFINISHED))
+            self.assertEqual(till.outcome and till.outcome.verdict, Verdict.APPROVED)
             with self.assertRaises(KeyError), Till(site.library) as till:
                 for event in till.sale(Amount(12, 71)):  # the bank takes five seconds; too late for the break
                     if event == StatusChange(Status.ONLINE):
                         raise KeyError
-            self.assertEqual(till.outcome and till.outcome.kind, Kind.APPROVED)
+            self.assertEqual(till.outcome and till.outcome.verdict, Verdict.APPROVED)
 
     def test_interrupt(self) -> None:
         with Installation() as site:
@@ -152,9 +152,9 @@ hello = iter([lambda: print("waits", flush=True)])
 with Till(lib, idle=lambda: next(hello, lambda: None)()) as till:
     try:
         for event in till.sale(Amount(12, 73)):
-            if isinstance(event, Outcome): print(event.kind, flush=True)
+            if isinstance(event, Outcome): print(event.verdict, flush=True)
     except KeyboardInterrupt:
-        print("interrupt", till.sale(Amount(1)).finish().kind)
+        print("interrupt", till.sale(Amount(1)).finish().verdict)
 """)
             assert till.stdout
             self.assertEqual(till.stdout.readline(), "waits\n")
@@ -168,14 +168,14 @@ class Losses(unittest.TestCase):
     def test_killed_module(self) -> None:
         with Installation() as site, Till(site.library) as till:
             lost = till.sale(DIES).finish()
-            self.assertEqual((lost.kind, lost.ground, lost.code), (Kind.UNKNOWN, Ground.LOST, "XL"))
-            self.assertEqual(till.collect().finish().ground, Ground.LOST)
-            found = till.transaction().finish()
+            self.assertEqual((lost.verdict, lost.why, lost.code), (Verdict.UNKNOWN, Why.LOST, "XL"))
+            self.assertEqual(till.resume().finish().why, Why.LOST)
+            found = till.last_transaction().finish()
             assert found.response
-            self.assertEqual((found.kind, found.response.amount), (Kind.APPROVED, DIES))
-            self.assertEqual(till.collect().finish(), Outcome(Kind.REFUSED, Ground.NO_EXCHANGE))
+            self.assertEqual((found.verdict, found.response.amount), (Verdict.APPROVED, DIES))
+            self.assertEqual(till.resume().finish(), Outcome(Verdict.REFUSED, Why.NO_EXCHANGE))
             (site.root / "BIN/zat_mm").unlink()
-            self.assertEqual(till.sale(Amount(1)).finish().ground, Ground.MODULE_MISSING)
+            self.assertEqual(till.sale(Amount(1)).finish().why, Why.MODULE_MISSING)
 
     def test_silent_module(self) -> None:
         """Takes half a minute: that is how long the library waits. Two tills wait beside each other."""
@@ -183,21 +183,21 @@ class Losses(unittest.TestCase):
             collects = site.python("""
 with Till(lib, tid="2") as till:
     lost = till.sale(Amount(1)).finish()
-    print(lost.kind, till.sale(Amount(1)).finish().ground, till.collect().finish().kind)
+    print(lost.verdict, till.sale(Amount(1)).finish().why, till.resume().finish().verdict)
 """)
             with Till(site.library) as till:
-                self.assertEqual(till.sale(Amount(3)).finish().kind, Kind.UNKNOWN)
+                self.assertEqual(till.sale(Amount(3)).finish().verdict, Verdict.UNKNOWN)
                 begin = time.monotonic()
                 self.assertFalse(till.close())
                 self.assertLess(time.monotonic() - begin, 2)  # 2.7 s are left until the module ends
             with Till(site.library) as till:
-                found = till.transaction().finish()
-                self.assertEqual(found, Outcome(Kind.REFUSED, Ground.NO_MODULE, "X8", found.text))
+                found = till.last_transaction().finish()
+                self.assertEqual(found, Outcome(Verdict.REFUSED, Why.NO_MODULE, "X8", found.text))
             (site.root / "simulator.cfg").write_text("")
-            while found.kind is Kind.REFUSED:
+            while found.verdict is Verdict.REFUSED:
                 time.sleep(0.1)
                 with Till(site.library) as till:
-                    found = till.transaction().finish()
+                    found = till.last_transaction().finish()
             self.assertEqual(found.response and found.response.amount, Amount(3))
             self.assertEqual(collects.communicate(timeout=20)[0], "unknown unfinished approved\n")
 
@@ -212,13 +212,13 @@ class Together(unittest.TestCase):
                 first = threading.Thread(target=lambda: till.sale(NO_CARD).finish())
                 first.start()
                 waiting.wait()
-                program = "with Till(lib, tid=sys.argv[1]) as t: print(t.sale(Amount(1)).finish().ground)"
+                program = "with Till(lib, tid=sys.argv[1]) as t: print(t.sale(Amount(1)).finish().why)"
                 others = [site.python(program, tid) for tid in ("2", "0001")]
                 said = [other.communicate(timeout=50)[0] for other in others]
                 self.assertEqual(said, ["response\n", "noModule\n"])
                 till.break_off()
                 first.join()
-            self.assertEqual(till.outcome and till.outcome.kind, Kind.ABORTED)
+            self.assertEqual(till.outcome and till.outcome.verdict, Verdict.ABORTED)
 
 
 class Tables(unittest.TestCase):
@@ -239,14 +239,14 @@ class Tables(unittest.TestCase):
                     self.assertEqual(told(request(till)), zat_till(*command, "--lib", str(library)))
 
     def test_answers_to_a_break(self) -> None:
-        for answer, ground in (("bad\n", Ground.BREAK), ("block 34 0\nbad\n", Ground.BREAK),
-                               ("block 34 1\nbad\n", Ground.ENDED), ("block 5X I8no\nbad\n", Ground.BREAK)):
+        for answer, why in (("bad\n", Why.BREAK), ("block 34 0\nbad\n", Why.BREAK),
+                               ("block 34 1\nbad\n", Why.ENDED), ("block 5X I8no\nbad\n", Why.BREAK)):
             with self.subTest(answer), tempfile.TemporaryDirectory() as scratch:
                 library = shutil.copy(BUILD / "tests/fake/libfake_ms.so", scratch)
                 os.environ["FAKE_SCRIPT"] = str(Path(scratch) / "script")
                 Path(scratch, "script").write_text(f"idle 9000\ngood\nbroken\n{answer}", "ascii")
                 with Till(library, idle=lambda: True) as till:
-                    self.assertEqual(till.sale(Amount(1)).finish().ground, ground)
+                    self.assertEqual(till.sale(Amount(1)).finish().why, why)
 
     def test_reasons(self) -> None:
         header = (SOURCE / "include/zat_ms.h").read_text()
@@ -271,14 +271,14 @@ def bank(code: str, amount: str = "000000125000") -> str:
 BLOCKS = [bank("00"), bank("00"), bank("51"), bank("00", "0000001250A0"), "block 60 000000\n", "block 51 \n",
           "block 52 \n", "block 54 \n", "block 34 0\n", "block 34 1\n", "block 5X M1нет связи\n", "block 5X I\n",
           "block 5M Подпись?\n", "block 36 11text\n", "block 38 1MV014000001234567899=2512\n", "empty\n", "pause\n",
-          "block 31 0zat_mm\n", "block 32 0Чек\t№ 1\n", "block 32 1\x1b[2J\n", "block 32 \n",
+          "block 31 0zat_mm\n", "block 32 0Чек\t№ 1\r\n", "block 32 1\x1b[2J\n", "block 32 \n",
           f"block 32 0{'x' * 254}\n"]
 ENDS = ["good\n", "good\n", "bad\n", "bad\n", "pause\nstop X2 no\n", "old 9\n", "old 10\n", "old 77\n",
         "old 10 pause\ngood\n", "empty\n" * 100, *(f"stop {mark} why\n" for mark in ("XL", "X5", "X6", "X8", "XX")),
         *(f"old {number}\n" for number in (65535, 2, 4, 8))]
 REQUESTS: list[tuple[list[str], Callable[[Till], Exchange]]] = [
     (["sale", "1250"], lambda till: till.sale(Amount(1250))), (["login"], Till.login),
-    (["raw", "20", "0" * 12], Till.transaction)]
+    (["raw", "20", "0" * 12], Till.last_transaction)]
 
 
 def told(exchange: Exchange) -> dict[str, object]:
@@ -299,7 +299,7 @@ def told(exchange: Exchange) -> dict[str, object]:
     outcome, response = exchange.finish(), exchange.finish().response
     names = {"date_time": "dateTime", "card_type": "cardType"}
     fields = {names.get(name, name): str(value) for name, value in vars(response).items()} if response else {}
-    return {"outcome": outcome.kind, "why": outcome.ground, "code": outcome.code, "text": outcome.text, **said,
+    return {"outcome": outcome.verdict, "why": outcome.why, "code": outcome.code, "text": outcome.text, **said,
             "response": {name: value for name, value in fields.items() if value}}
 
 
