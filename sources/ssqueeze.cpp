@@ -1,5 +1,4 @@
 #include "ssqueeze.h"
-#include "forkmutex.h"
 #include "util.h"
 #include <atomic>
 #include <charconv>
@@ -70,7 +69,7 @@ private:
     return true;
   }
 
-  zat::ForkMutex oMutex;
+  std::mutex oMutex;
   tBlock* poBlocks = nullptr;
   tCounter* poFree = nullptr;
 };

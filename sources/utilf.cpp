@@ -11,8 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "forkmutex.h"
-
 namespace {
 
 constexpr int kFirstFreeDescriptor = 3; // 0 to 2 belong to the host, even when it has closed them
@@ -204,7 +202,7 @@ private:
     entry = {};
   }
 
-  zat::ForkMutex oMutex; // a host may fork on one thread while another is in here
+  std::mutex oMutex;
   Entry moEntry[256] = {};
 };
 constinit LockTable oLocks;

@@ -5,6 +5,5 @@
 namespace trust {
 
 Finding MeasureStale();
-Finding MeasureHolders(const Extent& extent);
 
 } // namespace trust
