@@ -98,6 +98,10 @@ private:
 // ---- what a request comes to ----------------------------------------------------------------------------------
 
 // The seven ways out. A till must know them all; the first two are the good ones.
+//
+// Never repeat an operation that came to Unknown before it is cleared up: the card holder would pay twice. When it is
+// so because of Why::Lost, Till::resume may still bring the answer. After Till::reopen the terminal can be asked with
+// Till::transaction or Till::lastTransaction.
 enum class Verdict {
   Approved,   // the bank approved and the exchange ended well: the money has moved
   Done,       // a good end of an operation without a bank's response: login, totals, end of day
@@ -105,8 +109,7 @@ enum class Verdict {
   Aborted,    // ended without a decision, broken off or cancelled at the terminal: nothing was paid
   Refused,    // the library or the client refused: nothing has reached the terminal
   BadRequest, // the request itself is wrong (Outcome::text says where): nothing has reached the terminal
-  Unknown,    // the operation may have been carried out. Do not repeat it: ask with Till::transaction or
-              // Till::lastTransaction, or have the card holder's bank asked
+  Unknown,    // the operation may have been carried out
 };
 
 // Why it came so.
@@ -122,7 +125,7 @@ enum class Why {
   Broken,        // unknown: a response that cannot be read
   Contradiction, // unknown: an approving response, and then a bad end
   Endless,       // unknown: the library returns one empty answer after another
-  Unfinished,    // refused: an earlier exchange of this Till has not ended; make a new Till
+  Unfinished,    // refused: an earlier operation has not ended. Till::resume or Till::reopen
   BadRequest,    // no message can be made of the request
   ModuleMissing, // refused: the terminal module zat_mm is not beside the library, or is not executable
   Pause,         // refused: the pause after the previous request is not over (TillOptions::pause)
@@ -216,7 +219,8 @@ struct Callbacks {
   std::function<void(const std::string& workId, const std::string& data)> block;
 
   // Called about once a millisecond while the library waits: true asks the terminal to break off, once in an
-  // operation. The terminal decides. The library calls it only with BREAK=1 in section [TILL] of micromgl.cfg.
+  // operation. The terminal decides: it may go on and approve. Not called any more after that, and only where
+  // BREAK=1 stands in section [TILL] of micromgl.cfg.
   std::function<bool()> idle;
 };
 
@@ -265,8 +269,8 @@ public:
   // For programs of this project that reach a terminal in another way. options.library and config are not looked at.
   Till(TillOptions options, std::unique_ptr<client::Road> road);
 
-  // Ends the session. Returns at once: where an exchange is still open (an outcome Unknown after Why::Lost) nothing is
-  // ended, the terminal goes on by itself, and the library stays in memory until the process ends.
+  // Ends the session. Returns at once: where an operation has not ended (Why::Lost) the session is left as it is, the
+  // terminal goes on by itself, and the library and the module's process entry stay until the process ends.
   ~Till();
   Till(const Till&) = delete;
   Till& operator=(const Till&) = delete;
@@ -303,7 +307,8 @@ public:
 
   Outcome transaction(std::string_view rrn, const Callbacks& callbacks = {});
 
-  // The last one of the day.
+  // The last one of the day, whichever that is: only a reference number that the till has not seen yet, with the amount
+  // that it asked for, says that a lost payment was made.
   Outcome lastTransaction(const Callbacks& callbacks = {});
 
   // ---- service: Done where the others are Approved.
@@ -315,6 +320,16 @@ public:
   // ---- anything else: a work id of two printable ASCII characters, and the data of the message as the wire has them
   // (texts in Windows-1251; at most 2034 bytes, and not exactly 255, a length that the protocol cannot carry).
   Outcome raw(std::string_view workId, std::string_view data, const Callbacks& callbacks = {});
+
+  // Goes on waiting for the answer of an operation that came to Unknown with Why::Lost, up to 30 s for each block: the
+  // outcome is that of the operation, Lost again when nothing comes. The receipt begins where the last outcome's ended.
+  // Why::NoExchange when nothing is left to wait for; that answer says nothing about money.
+  Outcome resume(const Callbacks& callbacks = {});
+
+  // Begins a new session, in which operations can be asked for again; loadFault of it. Waits without a limit until the
+  // terminal module of an operation that has not ended is gone, since two of them cannot serve one terminal (at once
+  // when it died, which is the usual reason for Why::Lost). Does nothing while an operation runs.
+  LoadFault reopen();
 
   // Asks to break off the operation that is running now; without one it does nothing. From any thread and from a signal
   // handler. Heard where Callbacks::idle would be called; also ends the wait for the pause.

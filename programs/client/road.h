@@ -11,6 +11,13 @@ public:
   // Runs a request to its outcome, which has neither receipt nor exception: the listener has them. Takes as long as the
   // terminal takes.
   virtual Outcome Run(const Request& request, Listener& listener) = 0;
+
+  // Goes on with the request whose answer was not awaited to its end. Why::NoExchange when there is none, or when this
+  // road cannot do it.
+  virtual Outcome Resume(Listener& listener);
+
+  // Begins anew; waits until the terminal has ended what it is at. False when it cannot.
+  virtual bool Reopen() { return true; }
 };
 
 } // namespace zat::client

@@ -25,6 +25,8 @@ struct Session::Answer {
   Why oWhy = Why::Ended;
   tString oCode, oText;
 
+  ~Answer() { explicit_bzero(mcBuffer, sizeof mcBuffer); } // a data answer may hold a card
+
   // Makes out what the result and the buffer say; opening is set for a call that carried a request.
   void Read(int result, bool opening);
   void ReadOld(int result, const Block& block, bool opening);
@@ -122,9 +124,18 @@ void Session::Answer::ReadOld(int result, const Block& block, bool opening) {
   if (oKind == eBad && opening && block.oData == kPauseData) Paused();
 }
 
-Session::Session(std::unique_ptr<Library> library, const tString& config) : poLibrary(std::move(library)) {
-  tString path = config;
-  pvHandle = poLibrary->procCreate(path.empty() ? nullptr : path.data());
+Session::Session(std::unique_ptr<Library> library, const tString& config)
+    : poLibrary(std::move(library)), oConfig(config) {
+  Create();
+}
+
+void Session::Create() { pvHandle = poLibrary->procCreate(oConfig.empty() ? nullptr : oConfig.data()); }
+
+bool Session::Reopen() {
+  if (pvHandle) poLibrary->procDestroy(pvHandle);
+  fExchange = false;
+  Create();
+  return IsOpen();
 }
 
 Session::~Session() {
@@ -141,22 +152,31 @@ Outcome Session::Run(const Request& request, Listener& listener) {
   Exchange exchange(request.oId);
   if (!pvHandle) return exchange.Stop(Why::Handle, Verdict::Refused, ZAT_MS_NO_HANDLE);
   if (fExchange) return exchange.Stop(Why::Unfinished, Verdict::Refused);
-  if (!CanBeSent(request)) return exchange.Stop(Why::BadRequest, Verdict::BadRequest);
+  if (!CanBeSent(request))
+    return exchange.Stop(Why::BadRequest, Verdict::BadRequest, "",
+                         "the data have a length that cannot be sent");
 
+  oExchange = exchange;
   poListener = &listener;
   fBreakAsked = false;
   bool module = HasModule();
   Answer answer;
   Open(request, answer);
   bool opening = answer.oKind != Answer::eMore;
-  Collect(exchange, answer);
+  Collect(answer);
   bool missing = opening && answer.oWhy == Why::Lost && !module && !HasModule();
   if (missing) fExchange = false; // with whom
-  Outcome outcome = missing ? exchange.Stop(Why::ModuleMissing, Verdict::Refused, answer.oCode, answer.oText)
-                            : Finish(exchange, answer, opening);
-  explicit_bzero(answer.mcBuffer, sizeof answer.mcBuffer);
-  poListener = nullptr;
-  return outcome;
+  return missing ? oExchange.Stop(Why::ModuleMissing, Verdict::Refused, answer.oCode, answer.oText)
+                 : Finish(answer, opening);
+}
+
+Outcome Session::Resume(Listener& listener) {
+  if (!fExchange) return Road::Resume(listener);
+  poListener = &listener;
+  Answer answer;
+  Call(nullptr, answer);
+  Collect(answer);
+  return Finish(answer, false);
 }
 
 // Sends the request and takes the first answer. The library refuses a request that comes too early without
@@ -190,13 +210,13 @@ void Session::Call(tString* message, Answer& answer) {
 }
 
 // Follows the exchange to its end, block by block.
-void Session::Collect(Exchange& exchange, Answer& answer) {
+void Session::Collect(Answer& answer) {
   int empty = 0;
   while (answer.oKind == Answer::eMore) {
     Block block;
     if (block.Read(answer.mcBuffer, sizeof answer.mcBuffer)) {
       empty = 0;
-      exchange.Take(block);
+      oExchange.Take(block);
       poListener->Tell(block);
     } else if (++empty == kEmptyAnswers) {
       answer.oKind = Answer::eStopped;
@@ -208,17 +228,17 @@ void Session::Collect(Exchange& exchange, Answer& answer) {
 }
 
 // Nothing was sent only when the very first call was refused, and for a reason that leaves no doubt.
-Outcome Session::Finish(Exchange& exchange, const Answer& answer, bool opening) const {
-  if (fBreakAsked) exchange.TakeBreak();
+Outcome Session::Finish(const Answer& answer, bool opening) {
+  if (fBreakAsked) oExchange.TakeBreak();
   switch (answer.oKind) {
-  case Answer::eGood: return exchange.End(true);
-  case Answer::eBad: return exchange.End(false);
+  case Answer::eGood: return oExchange.End(true);
+  case Answer::eBad: return oExchange.End(false);
   case Answer::ePause:
-    return fBreakAsked ? exchange.End(false) : exchange.Stop(Why::Pause, Verdict::Refused, answer.oCode);
+    return fBreakAsked ? oExchange.End(false) : oExchange.Stop(Why::Pause, Verdict::Refused, answer.oCode);
   default: break;
   }
   bool sent = !opening || answer.oWhy == Why::Lost || answer.oWhy == Why::Strange;
-  return exchange.Stop(answer.oWhy, sent ? Verdict::Unknown : Verdict::Refused, answer.oCode, answer.oText);
+  return oExchange.Stop(answer.oWhy, sent ? Verdict::Unknown : Verdict::Refused, answer.oCode, answer.oText);
 }
 
 bool Session::HasModule() const { return access(poLibrary->ModulePath().c_str(), X_OK) == 0; }

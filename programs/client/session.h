@@ -23,6 +23,8 @@ public:
   bool IsOpen() const { return pvHandle != nullptr; }
 
   Outcome Run(const Request& request, Listener& listener) override;
+  Outcome Resume(Listener& listener) override;
+  bool Reopen() override;
 
 private:
   struct Answer;
@@ -30,16 +32,20 @@ private:
   bool HasModule() const;
   void Open(const Request& request, Answer& answer);
   void Call(tString* message, Answer& answer);
-  void Collect(Exchange& exchange, Answer& answer);
-  Outcome Finish(Exchange& exchange, const Answer& answer, bool opening) const;
+  void Collect(Answer& answer);
+  Outcome Finish(const Answer& answer, bool opening);
   bool BreakWanted();
   static int Idle(void* self);
 
+  void Create();
+
   std::unique_ptr<Library> poLibrary;
-  void* pvHandle;
-  bool fExchange = false; // the library may have an exchange open
+  tString oConfig;
+  void* pvHandle = nullptr;
+  Exchange oExchange{eEFTPwidNone}; // the last one
+  bool fExchange = false;           // the library may have it open
   bool fBreakAsked = false;
-  Listener* poListener = nullptr; // during Run
+  Listener* poListener = nullptr; // during Run and Resume
 };
 
 } // namespace zat::client

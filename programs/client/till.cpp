@@ -35,6 +35,22 @@ struct Secret : tString {
   ~Secret() { explicit_bzero(data(), size()); }
 };
 
+// While it lives the till is at work.
+struct Busy {
+  explicit Busy(bool& flag) : fBusy(flag) { fBusy = true; }
+  ~Busy() { fBusy = false; }
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+  bool& fBusy;
+};
+
+TillOptions OptionsOf(std::string library, std::string config) {
+  TillOptions options;
+  options.library = std::move(library);
+  options.config = std::move(config);
+  return options;
+}
+
 // A request of the typed kind: what the operation needs beside its id. Null: the operation does not have it.
 struct Asked {
   tEFTPWorkId oId;
@@ -67,7 +83,9 @@ struct Till::Impl {
   void Load();
   Outcome Ask(const Asked& asked, const Callbacks& callbacks);
   Outcome Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks);
-  Outcome Carry(const client::Request& request, const Callbacks& callbacks);
+  Outcome Carry(const client::Request* request, const Callbacks& callbacks);
+  Outcome Wrong(const char* text) const;
+  Outcome NotReady() const;
 };
 static_assert(std::atomic<bool>::is_always_lock_free, "breakOff is called from signal handlers");
 
@@ -80,14 +98,11 @@ void Till::Impl::Load() {
 }
 
 Outcome Till::Impl::Ask(const Asked& asked, const Callbacks& callbacks) {
-  Outcome outcome;
-  outcome.verdict = Verdict::BadRequest;
-  outcome.why = Why::BadRequest;
-  outcome.text = FaultOf(asked);
+  const char* fault = FaultOf(asked);
+  if (*fault) return Wrong(fault);
   Secret track(asked.poCard ? asked.poCard->text : "");
   if (asked.poCard && (ShrinkTrack2(track) != 0 || track.size() > kTrack2Width))
-    outcome.text = "this is not a track 2";
-  if (!outcome.text.empty()) return outcome;
+    return Wrong("this is not a track 2");
 
   bool totals = asked.oId == eEFTPwidFinAmount; // asked for as a whole: no reference, no amount
   const tString amount = client::WireAmount(asked.poAmount ? *asked.poAmount : Amount());
@@ -100,42 +115,45 @@ Outcome Till::Impl::Ask(const Asked& asked, const Callbacks& callbacks) {
                                 {abisTRram, asked.poPart ? &part : nullptr},
                                 {abisTRtr2, asked.poCard ? &track : nullptr}},
                                data);
-  outcome.text = "no message can be made of the request";
-  return made ? Send(asked.oId, data, callbacks) : outcome;
+  return made ? Send(asked.oId, data, callbacks) : Wrong("no message can be made of the request");
 }
 
 Outcome Till::Impl::Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks) {
-  Outcome outcome;
-  outcome.verdict = Verdict::Refused;
-  outcome.why = Why::Unfinished;
-  if (fBusy) return outcome;
-
-  outcome.why = Why::NoLibrary;
-  outcome.text = oDetail;
-  if (!poRoad) return outcome;
-
-  outcome.verdict = Verdict::BadRequest;
-  outcome.why = Why::BadRequest;
-  outcome.text = "the terminal id is not 1 to 10 letters and digits";
-  if (!IsName(oOptions.terminal, kTidWidth)) return outcome;
-
+  if (!IsName(oOptions.terminal, kTidWidth))
+    return Wrong("the terminal id is not 1 to 10 letters and digits");
   constexpr std::chrono::seconds longest = std::chrono::hours(24);
   std::chrono::seconds pause = std::clamp(oOptions.pause, std::chrono::seconds(0), longest);
   client::Request request = {id, oOptions.terminal, tString(data), static_cast<int>(pause.count())};
-  outcome = Carry(request, callbacks);
+  Outcome outcome = Carry(&request, callbacks);
   explicit_bzero(request.oData.data(), request.oData.size());
   return outcome;
 }
 
 // Every request of every Till passes here: before it goes out nothing of it has happened, and after it its outcome is
-// known. client::MovesMoney tells the ones that a record of payments is about.
-Outcome Till::Impl::Carry(const client::Request& request, const Callbacks& callbacks) {
-  fBusy = true;
+// known. client::MovesMoney tells the ones that a record of payments is about. Null: the answer that is still out.
+Outcome Till::Impl::Carry(const client::Request* request, const Callbacks& callbacks) {
+  if (fBusy || !poRoad) return NotReady();
+  Busy busy(fBusy);
   fBreakOff = false;
   client::Listener listener(callbacks, fBreakOff);
-  Outcome outcome = poRoad->Run(request, listener);
+  Outcome outcome = request ? poRoad->Run(*request, listener) : poRoad->Resume(listener);
   listener.GiveTo(outcome);
-  fBusy = false;
+  return outcome;
+}
+
+Outcome Till::Impl::Wrong(const char* text) const {
+  Outcome outcome;
+  outcome.verdict = Verdict::BadRequest;
+  outcome.why = Why::BadRequest;
+  outcome.text = text;
+  return outcome;
+}
+
+Outcome Till::Impl::NotReady() const {
+  Outcome outcome;
+  outcome.verdict = Verdict::Refused;
+  outcome.why = fBusy ? Why::Unfinished : Why::NoLibrary;
+  outcome.text = fBusy ? "" : oDetail;
   return outcome;
 }
 
@@ -145,7 +163,7 @@ Till::Till(TillOptions options) : poImpl(std::make_unique<Impl>()) {
 }
 
 Till::Till(std::string library, std::string config)
-    : Till(TillOptions{std::move(library), std::move(config), TillOptions().terminal, TillOptions().pause}) {}
+    : Till(OptionsOf(std::move(library), std::move(config))) {}
 
 Till::Till(TillOptions options, std::unique_ptr<client::Road> road) : poImpl(std::make_unique<Impl>()) {
   poImpl->oOptions = std::move(options);
@@ -206,12 +224,19 @@ Outcome Till::totals(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidF
 Outcome Till::endOfDay(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidFinDay}, callbacks); }
 
 Outcome Till::raw(std::string_view workId, std::string_view data, const Callbacks& callbacks) {
-  Outcome wrong;
-  wrong.verdict = Verdict::BadRequest;
-  wrong.why = Why::BadRequest;
-  wrong.text = "the work id is not two printable ASCII characters";
-  if (!IsWorkId(workId)) return wrong;
+  if (!IsWorkId(workId)) return poImpl->Wrong("the work id is not two printable ASCII characters");
   return poImpl->Send(static_cast<tEFTPWorkId>(EFTPWId(workId[0], workId[1])), data, callbacks);
+}
+
+Outcome Till::resume(const Callbacks& callbacks) { return poImpl->Carry(nullptr, callbacks); }
+
+LoadFault Till::reopen() {
+  if (poImpl->fBusy) return poImpl->oFault;
+  if (poImpl->poRoad)
+    poImpl->oFault = poImpl->poRoad->Reopen() ? LoadFault::None : LoadFault::NoSession;
+  else
+    poImpl->Load();
+  return poImpl->oFault;
 }
 
 void Till::breakOff() noexcept { poImpl->fBreakOff = true; }

@@ -90,7 +90,8 @@ int Play(const Step& step, char* answer, FUN_IDLE idle, void* data) {
 
 FAKE_API void* eftp_create(char* path) {
   Record(std::string("create ") + (path ? path : "(null)"));
-  oScript.open(getenv("FAKE_SCRIPT"), std::ios::binary);
+  if (!oScript.is_open())
+    oScript.open(getenv("FAKE_SCRIPT"), std::ios::binary); // a second session goes on with it
   return getenv("FAKE_NO_SESSION") ? nullptr : &iSession;
 }
 
