@@ -1,4 +1,5 @@
 #include "ssqueeze.h"
+#include "forkmutex.h"
 #include "util.h"
 #include <atomic>
 #include <charconv>
@@ -69,7 +70,7 @@ private:
     return true;
   }
 
-  std::mutex oMutex;
+  zat::ForkMutex oMutex;
   tBlock* poBlocks = nullptr;
   tCounter* poFree = nullptr;
 };

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "forkmutex.h"
 #include "mmisc.h"
 #include "util.h"
 
@@ -44,19 +45,26 @@ public:
     if (--iUsers > 0) return;
     int code = errno;
     sigaction(SIGCHLD, &oHost, nullptr);
-    // A host with a handler has missed the end of a child of its own when one waits to be reaped.
-    bool handled =
-        (oHost.sa_flags & SA_SIGINFO) || (oHost.sa_handler != SIG_DFL && oHost.sa_handler != SIG_IGN);
-    siginfo_t info = {};
-    if (handled && waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0)
-      kill(getpid(), SIGCHLD);
+    MakeGood();
     errno = code;
   }
   DefaultChildSignal(const DefaultChildSignal&) = delete;
   DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
 
 private:
-  static inline std::mutex oMutex;
+  // Tells the host what it has missed of the children of its own that ended meanwhile.
+  static void MakeGood() {
+    siginfo_t info = {};
+    if (!(oHost.sa_flags & SA_SIGINFO) && oHost.sa_handler == SIG_DFL) return;
+    if (!(oHost.sa_flags & SA_SIGINFO) && oHost.sa_handler == SIG_IGN) {
+      // Who ignores its children never waits for them: they would stay zombies.
+      while (waitid(P_ALL, 0, &info, WEXITED | WNOHANG) == 0 && info.si_pid != 0) info = {};
+    } else if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0) {
+      kill(getpid(), SIGCHLD);
+    }
+  }
+
+  static inline zat::ForkMutex oMutex;
   static inline int iUsers = 0;
   static inline struct sigaction oHost = {};
 };

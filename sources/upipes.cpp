@@ -1,9 +1,9 @@
 #include "upipes.h"
+#include "sigpipe.h"
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -62,41 +62,9 @@ ssize_t Take(int iFd, const iovec* poPieces, int iCount) {
   return lGot < 0 && errno == EAGAIN ? 0 : -1;
 }
 
-// Keeps the SIGPIPE of a write to a pipe without readers from the host: its default would end the process,
-// and a handler of the host's is not meant for our pipe. The signal comes to the writing thread only, so it
-// is held back there and taken away. One that the host itself held back before is left for it.
-class SigPipeShield {
-public:
-  explicit SigPipeShield(bool fNeeded) : fOn(fNeeded) {
-    if (!fOn) return;
-    sigemptyset(&oOnly);
-    sigaddset(&oOnly, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &oOnly, &oBefore);
-    sigset_t oPending;
-    fKeep = sigismember(&oBefore, SIGPIPE) && sigpending(&oPending) == 0 && sigismember(&oPending, SIGPIPE);
-  }
-  ~SigPipeShield() {
-    if (!fOn) return;
-    const int iErrno = errno;
-    const timespec oNow{};
-    if (fRaised && !fKeep)
-      while (sigtimedwait(&oOnly, nullptr, &oNow) < 0 && errno == EINTR) {}
-    if (!sigismember(&oBefore, SIGPIPE)) pthread_sigmask(SIG_SETMASK, &oBefore, nullptr);
-    errno = iErrno;
-  }
-  SigPipeShield(const SigPipeShield&) = delete;
-  SigPipeShield& operator=(const SigPipeShield&) = delete;
-
-  bool fRaised = false;
-
-private:
-  bool fOn, fKeep = false;
-  sigset_t oOnly, oBefore;
-};
-
 // One write that never waits: the bytes moved, 0 when there is no room, -1 when nobody can read them.
 ssize_t Put(int iFd, const iovec* poPieces, int iCount, bool fShield) {
-  SigPipeShield oShield(fShield);
+  zat::SigPipeShield oShield(fShield);
   ssize_t lPut;
   do lPut = writev(iFd, poPieces, iCount);
   while (lPut < 0 && errno == EINTR);

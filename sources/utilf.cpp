@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "forkmutex.h"
+
 namespace {
 
 constexpr int kFirstFreeDescriptor = 3; // 0 to 2 belong to the host, even when it has closed them
@@ -202,7 +204,7 @@ private:
     entry = {};
   }
 
-  std::mutex oMutex;
+  zat::ForkMutex oMutex; // a host may fork on one thread while another is in here
   Entry moEntry[256] = {};
 };
 constinit LockTable oLocks;

@@ -3,6 +3,6 @@
 
 namespace trust {
 
-Findings MeasureLocks(const Extent&) { return {MeasureStale()}; }
+Findings MeasureLocks(const Extent& extent) { return {MeasureHolders(extent), MeasureStale()}; }
 
 } // namespace trust

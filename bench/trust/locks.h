@@ -5,5 +5,6 @@
 namespace trust {
 
 Finding MeasureStale();
+Finding MeasureHolders(const Extent& extent);
 
 } // namespace trust

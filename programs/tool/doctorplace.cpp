@@ -31,7 +31,7 @@ tString GroupName(gid_t id) {
   return row ? row->gr_name : std::to_string(id);
 }
 
-// The group that the tills' users have in common, when there is one: it may write the installation.
+// The group that the tills' users have in common, when there is one, may write the installation.
 bool IsShared(const struct stat& top) { return (top.st_mode & S_IWGRP) != 0; }
 
 bool IsMember(uid_t user, gid_t id) {
@@ -40,6 +40,13 @@ bool IsMember(uid_t user, gid_t id) {
   int count = std::size(groups);
   return row && getgrouplist(row->pw_name, row->pw_gid, groups, &count) > 0 &&
          std::count(groups, groups + count, id) > 0;
+}
+
+// Whether somebody owns a thing who may write the installation anyway. What members of the group make carries the
+// group; what an update brings may have lost it, and belongs to the user whose till has installed it.
+bool IsOurs(const struct stat& info, const struct stat& top) {
+  if (info.st_uid == 0 || info.st_uid == top.st_uid) return true;
+  return IsShared(top) && (info.st_gid == top.st_gid || IsMember(info.st_uid, top.st_gid));
 }
 
 void CheckPath(Findings& found) {
@@ -76,9 +83,7 @@ bool CheckMode(Findings& found, const tString& name, const struct stat& top) {
   const tString path = found.oRoot + name, shown = name.empty() ? "the installation's directory" : name;
   if (stat(path.c_str(), &info)) return true;
   const bool open = (info.st_mode & S_IWOTH) && !(info.st_mode & S_ISVTX && S_ISDIR(info.st_mode));
-  // What an update brings belongs to the user whose till has installed it.
-  const bool foreign =
-      info.st_uid != 0 && info.st_uid != top.st_uid && !(IsShared(top) && IsMember(info.st_uid, top.st_gid));
+  const bool foreign = !IsOurs(info, top);
   if (open)
     found.Problem("rights", shown + " can be written by everybody on this machine", "chmod o-w " + path);
   if (foreign)

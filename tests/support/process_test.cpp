@@ -82,17 +82,20 @@ TEST_F(Process, SysCallOnTwoThreads) {
   EXPECT_EQ(Now(), SIG_IGN);
 }
 
-TEST_F(Process, HostLearnsOfItsOwnChild) {
-  Host host(&Reap);
-  const pid_t own = fork();
-  if (own == 0)
-    for (;;) pause();
-  iReaped = 0;
-  const std::string line =
-      "p=" + std::to_string(own) +
-      "; kill -9 $p; while kill -0 $p && ! grep -q '^State:.Z' /proc/$p/status; do :; done 2>/dev/null";
-  EXPECT_EQ(SysCall(line.c_str()), 0);
-  EXPECT_TRUE(Eventually([] { return iReaped == 1; })) << "its handler was not called";
+TEST_F(Process, HostsOwnChildEndsMeanwhile) {
+  for (Handler handler : {&Reap, SIG_IGN}) {
+    Host host(handler);
+    const pid_t own = fork();
+    if (own == 0)
+      for (;;) pause();
+    iReaped = 0;
+    const std::string line =
+        "p=" + std::to_string(own) +
+        "; kill -9 $p; while kill -0 $p && ! grep -q '^State:.Z' /proc/$p/status; do :; done 2>/dev/null";
+    EXPECT_EQ(SysCall(line.c_str()), 0);
+    EXPECT_TRUE(handler != &Reap || Eventually([] { return iReaped == 1; })) << "its handler was not called";
+    EXPECT_TRUE(HasNoChildren()) << "a zombie is left";
+  }
 }
 
 TEST_F(Process, SysExecMakesExecutable) {

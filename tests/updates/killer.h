@@ -20,7 +20,7 @@ inline bool EntersChange(pid_t pid) {
       SYS_rename,   SYS_link,      SYS_unlink,   SYS_mkdir,   SYS_rmdir, SYS_symlink,
 #endif
       SYS_renameat, SYS_renameat2, SYS_unlinkat, SYS_mkdirat, SYS_fsync, SYS_write,
-      SYS_linkat,   SYS_symlinkat};
+      SYS_linkat,   SYS_symlinkat, SYS_pwritev, SYS_ftruncate};
   __ptrace_syscall_info info = {};
   return ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info) > 0 &&
          info.op == PTRACE_SYSCALL_INFO_ENTRY && kCalls.count(info.entry.nr);

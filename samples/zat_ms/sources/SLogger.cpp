@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "initorder.h"
+#include "sigpipe.h"
 #include "simplecfg.h"
 #include "util.h"
 #include "utilf.h"
@@ -79,9 +80,10 @@ tString LineStart(LineTime& time) {
 }
 
 // Opens for appending above the standard descriptors: a host that closed its standard output must not find our
-// log in its place. Unbuffered: a line goes out in one write, whole even where no lock guards it.
+// log in its place. Unbuffered: a line goes out in one write, whole even where no lock guards it. Without waiting, which
+// changes nothing for a file: a FIFO of that name must not keep the till for want of a reader.
 FILE* OpenAppending(const char* name, bool clear) {
-  int fd = ::open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | (clear ? O_TRUNC : 0), 0666);
+  int fd = ::open(name, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (clear ? O_TRUNC : 0), 0666);
   if (fd >= 0 && fd < kFirstFreeDescriptor) {
     int above = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
     ::close(fd);
@@ -120,7 +122,7 @@ bool IsObjectAddress(const void* pvSelf) {
 
 SLogger::SLogger()
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), oDevice(0), oINode(0), oLooked(-1) {
+      fLockLost(false), fMayBreak(false), oDevice(0), oINode(0), oLooked(-1) {
   tString path;
   DetectLocDir("[GSLog]", path);
   tString home = path;
@@ -137,7 +139,7 @@ SLogger::SLogger()
 
 SLogger::SLogger(const char* pcFName, bool fClear)
     : poOut(nullptr), iLvl(0), fStdOut(false), ulMSize(kDefaultMegabytes * kMiB), pvSelfForCheck(this),
-      fLockLost(false), oDevice(0), oINode(0), oLooked(-1) {
+      fLockLost(false), fMayBreak(false), oDevice(0), oINode(0), oLooked(-1) {
   open(pcFName, fClear);
 }
 
@@ -152,6 +154,7 @@ void SLogger::open(const char* pcFName, bool fClear) {
   oFName = pcFName;
   oFLockN = oFName + ".lck";
   if (fStdOut) {
+    fMayBreak = true;
     poOut = stdout;
   } else {
     CheckSize(pcFName);
@@ -164,6 +167,7 @@ void SLogger::Adopt(FILE* poNew) {
   if (poNew) fstat(fileno(poNew), &info);
   oDevice = info.st_dev;
   oINode = info.st_ino;
+  fMayBreak = !S_ISREG(info.st_mode);
   poOut = poNew;
 }
 
@@ -285,12 +289,20 @@ void SLogger::WriteV(int lvl, const char* fmt, va_list args) {
     line += " : ";
     AppendFormatted(line, fmt, args);
     line += "\r\n";
-    if (poOut)
-      fwrite(line.data(), 1, line.size(), poOut); // a full disk loses it: there is nowhere left to say so
-    if (poOut) fflush(poOut);
+    Put(line);
   } catch (...) { // no memory loses it too, but neither the lock below nor the payment that the line tells of
   }
   FreeLock(lock);
+}
+
+// A full disk loses the line, and so does a pipe without a reader: there is nowhere left to say so.
+void SLogger::Put(const tString& line) const {
+  if (!poOut) return;
+  zat::SigPipeShield shield(fMayBreak);
+  errno = 0;
+  fwrite(line.data(), 1, line.size(), poOut);
+  fflush(poOut);
+  shield.fRaised = errno == EPIPE;
 }
 
 void SLogger::Data(int lvl, const char* msg, const char* pcData, int iLen, bool fBinary) {

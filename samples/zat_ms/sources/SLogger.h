@@ -35,6 +35,7 @@ struct SLogger {
   unsigned long ulMSize; // bytes beyond which open moves the file to its backup name
   void* pvSelfForCheck;  // this object's own address while it lives
   bool fLockLost;        // the last wait for the lock failed: until one succeeds, lines wait only briefly
+  bool fMayBreak;        // poOut may be a pipe, whose reader may go
   tString oFName;        // the log's name
   dev_t oDevice;         // the file that was opened under it
   ino_t oINode;
@@ -93,6 +94,7 @@ private:
   void Follow();
   void CheckSize(const char* pcFName);
   void Rotate(const char* pcFName, const char* pcBackup) const;
+  void Put(const tString& line) const;
   int TakeLock(tTicks iMsWait) const;
   void FreeLock(int iLock) const;
 };

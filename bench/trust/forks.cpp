@@ -1,0 +1,47 @@
+// A host that forks while another of its threads is inside the table of locks: the child must not wait for a thread
+// that it does not have.
+#include <atomic>
+#include <csignal>
+#include <sys/wait.h>
+#include <thread>
+
+#include <fmt/core.h>
+
+#include "guest.h"
+#include "scratch.h"
+#include "shared.h"
+#include "utilf.h"
+
+namespace trust {
+
+Finding MeasureForks(const Extent& extent) {
+  const int wanted = extent.Of(2000, 200);
+  Scratch place;
+  const std::string mine = place / "mine", other = place / "other";
+  std::atomic<bool> over = false;
+  std::vector<std::thread> busy;
+  putflock(mine.c_str());
+  for (int i = 0; i < 2; ++i)
+    busy.emplace_back([&] {
+      while (!over) holdsflock(mine.c_str());
+    });
+  int forks = 0, wrong = 0;
+  for (; forks < wanted && wrong == 0; ++forks) {
+    const pid_t child = Forked([&] {
+      alarm(5);
+      return remflock(mine.c_str()) + tryflock(other.c_str()) + remflock(other.c_str());
+    });
+    int status = -1;
+    waitpid(child, &status, 0);
+    wrong += status != 0;
+  }
+  over = true;
+  for (std::thread& thread : busy) thread.join();
+  const bool kept = holdsflock(mine.c_str());
+  return {"a fork beside a thread in the lock table leaves a child that can lock",
+          fmt::format("{} forks", forks),
+          fmt::format("{} children hang or fail, the parent's lock is {}", wrong, kept ? "kept" : "LOST"),
+          wrong == 0 && kept && remflock(mine.c_str()) == 0};
+}
+
+} // namespace trust

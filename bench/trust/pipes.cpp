@@ -1,0 +1,86 @@
+// Writing to somebody who has gone: no signal reaches the host.
+#include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <fmt/core.h>
+
+#include "EFTPLink.h"
+#include "guest.h"
+#include "shared.h"
+#include "shop.h"
+#include "upipes.h"
+
+namespace trust {
+
+namespace {
+
+volatile sig_atomic_t iSignals; // SIGPIPEs that reached a handler of the host's
+
+// A pipe without a reader.
+int DeadEnd() {
+  int ends[2];
+  if (pipe(ends) != 0) return -1;
+  close(ends[0]);
+  return ends[1];
+}
+
+// A channel to somebody who has gone.
+bool ToChannel() {
+  int in[2];
+  UnnamedPipes pipes;
+  const bool good = pipe(in) == 0 && pipes.Import(fmt::format("{}#{}", DeadEnd(), in[0]).c_str()) &&
+                    pipes.WriteBlock("text", 4, UnnamedPipes::eBTver0) == 0 && pipes.Write("text", 4) == 0;
+  return good;
+}
+
+// The log on a standard output that nobody reads any more, while the till sells.
+bool ToLog() {
+  Shop shop("[ENV]\nLOGLEVEL=H\nLOGFILE=stdout\n");
+  const int end = DeadEnd();
+  dup2(end, STDOUT_FILENO);
+  close(end);
+  LoadedObject object(shop.Library());
+  void* session = object.create(nullptr);
+  const bool paid = Sell(object, session, "0000000001") == Sale::paid;
+  object.destroy(session);
+  return paid;
+}
+
+struct Row {
+  const char* pccWhat;
+  bool (*procWrite)();
+};
+constexpr Row kRows[] = {{"a channel", ToChannel}, {"the log on the standard output", ToLog}};
+
+// One in a process with a handler, one with the default, which would end it; and the signal does not wait either.
+int Try(const Row& row, bool handled) {
+  struct sigaction action = {};
+  if (handled) action.sa_handler = [](int) { iSignals = iSignals + 1; };
+  sigaction(SIGPIPE, &action, nullptr);
+  if (!row.procWrite()) return 1;
+  sigset_t waiting;
+  sigpending(&waiting);
+  return iSignals != 0 || sigismember(&waiting, SIGPIPE) ? 2 : 0;
+}
+
+} // namespace
+
+Finding MeasureBrokenPipes() {
+  std::string tried, wrong;
+  for (const Row& row : kRows) {
+    tried += fmt::format("{}{}", tried.empty() ? "" : ", ", row.pccWhat);
+    for (bool handled : {false, true}) {
+      const pid_t child = Forked([&] { return Try(row, handled); });
+      int status = -1;
+      waitpid(child, &status, 0);
+      if (status != 0)
+        wrong += fmt::format("; {} ({}): status {:#x}", row.pccWhat, handled ? "handler" : "default", status);
+    }
+  }
+  return {"no SIGPIPE in the host when a reader has gone", tried,
+          wrong.empty() ? "no signal" : wrong.substr(2), wrong.empty()};
+}
+
+} // namespace trust
