@@ -271,7 +271,10 @@ private:
   struct tWalk {
     const tString& oPath;
     bool fUnlink;
-    size_type nLeft; // siblings that may still be looked at; a walk that meets more goes in circles
+    size_type nLeft; // nodes that may still be looked at; a walk that meets more goes in circles
+
+    // Counts the next node; false, and so it stays, when there cannot be one.
+    bool Goes() { return nLeft != 0 && nLeft-- != 0; }
   };
   tNode* Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth, tNode* poPrev);
 

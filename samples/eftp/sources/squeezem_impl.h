@@ -290,7 +290,7 @@ auto basic_squeezem<T, A>::Walker(tNode* poNode, const tString& oPath, size_type
 template<class T, class A>
 auto basic_squeezem<T, A>::Search(tWalk& oWalk, tNode* poNode, size_type nLevel, size_type nDepth,
                                   tNode* poPrev) -> tNode* {
-  if (nLevel > kMaxLevel) return nullptr;
+  if (nLevel > kMaxLevel || !oWalk.Goes()) return nullptr;
   uint32_t code = Walker(poNode, oWalk.oPath, nLevel, nDepth, poPrev);
   uint32_t own = code; // of the node at hand
   while (!(code & eWCstop) && code & eWCnextwidth) {
@@ -301,7 +301,7 @@ auto basic_squeezem<T, A>::Search(tWalk& oWalk, tNode* poNode, size_type nLevel,
     }
     size_type right = code & eWCnextright ? prop_GetRight(poNode) : 0;
     tNode* next = right != 0 ? node_get(right) : nullptr;
-    if (!next || oWalk.nLeft-- == 0) return nullptr;
+    if (!next || !oWalk.Goes()) return nullptr;
     poPrev = std::exchange(poNode, next);
     own = Walker(poNode, oWalk.oPath, nLevel, nDepth, poPrev);
     if (own & eWCstop) code = own;
