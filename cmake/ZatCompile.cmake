@@ -22,3 +22,10 @@ if(ZAT_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# What libFuzzer needs of the code that it drives: every branch counted, and the sanitizers to notice what goes wrong.
+option(ZAT_FUZZ "Build the fuzzer (needs clang)" OFF)
+if(ZAT_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -145,8 +145,8 @@ int Skip(char* pchOutBuffer, tEFTErr code) {
 }
 
 int Do(void* pvSelf, char* pchInBuffer, char* pchOutBuffer, FUN_IDLE pfIdle, void* pvData) {
-  GSLog(100, "[eftp_do] in: %p %p %p %p %p", pvSelf, pchInBuffer, pchOutBuffer,
-        reinterpret_cast<void*>(pfIdle), pvData);
+  GSLog(100, "[eftp_do] in: %p %p %p %p %p", pvSelf, static_cast<void*>(pchInBuffer),
+        static_cast<void*>(pchOutBuffer), reinterpret_cast<void*>(pfIdle), pvData);
   if (pchInBuffer) GSData(100, "[eftp_do] ReqHdr: ", pchInBuffer, kHeader, true);
   if (!pvSelf) return Skip(pchOutBuffer, eEFTEempty);
   if (!MicroSMan::ItIsMe(pvSelf)) return Skip(pchOutBuffer, eEFTEwpoint);
