@@ -102,9 +102,9 @@ class Site:
                 shutil.copytree(path, place)
             elif not path.name.endswith((".log", ".lck")):
                 shutil.copy(path, place)
-        client = build / "programs/client/libzat_client.a"
-        if client.exists():
-            shutil.copy(client, self.installation / "BIN")
+        client = Path("programs/client/libzat_client.a")
+        (self.installation / client).parent.mkdir(parents=True)
+        shutil.copy(build / client, self.installation / client)
         with socket.create_server(("127.0.0.1", 0)) as free:
             self.address = f"127.0.0.1:{free.getsockname()[1]}"
         self.environment = {"PATH": f"{self.installation}/BIN:{os.environ['PATH']}", "HOME": str(scratch),
