@@ -59,6 +59,8 @@ TEST(Journal, TellsWhatBecameOfEach) {
   EXPECT_EQ(journal.Begin(kSale), 3u);
   EXPECT_TRUE(journal.Note(1, Approved("R1")));
   EXPECT_EQ(Told(at / "till.jnl"), "1 unknown R1running\n2 unknown running\n3 unknown running\n");
+  EXPECT_TRUE(journal.Finish(1, {Fate::Unknown, "XL", 0, "", Source::Till}));
+  EXPECT_EQ(Told(at / "till.jnl"), "1 unknown R1\n2 unknown running\n3 unknown running\n");
   EXPECT_TRUE(journal.Finish(1, Approved("R1")));
   EXPECT_TRUE(journal.Finish(2, {Fate::Unknown, "XL", 0, "", Source::Till}));
   EXPECT_TRUE(journal.Settle(2, {Fate::NotMade, "", 0, "", Source::Terminal}));
@@ -143,9 +145,13 @@ TEST(Journal, SurvivesADamagedByte) {
     at.Put("till.jnl", bytes);
     const std::string told = Told(at / "till.jnl");
     ASSERT_TRUE(told.ends_with("damaged\n"));
-    int spoiled = 0;
+    int spoiled = 0; // an outcome that is told is the true one
     for (const std::string& line : lines) spoiled += told.find(line) == told.npos;
     ASSERT_LE(spoiled, 1) << told;
+    for (size_t n = 1; n <= 3; ++n)
+      ASSERT_THAT(told, testing::ContainsRegex("(^|\n)" + std::to_string(n) + "(\\? approved R" +
+                                               std::to_string(n) + "|\\?? unknown (running)?| approved R" +
+                                               std::to_string(n) + ")\n"));
     ASSERT_EQ(std::count(told.begin(), told.end(), '\n'), 4) << told;
     Journal next(at / "till.jnl");
     ASSERT_EQ(next.Begin(kSale), 4u);
