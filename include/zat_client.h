@@ -140,6 +140,7 @@ enum class Why {
   NoModule,      // the module could not be started: another till uses this terminal id, or an update is being
                  // installed ("X8")
   NoLibrary,     // refused: the library could not be loaded, see Till::loadFault
+  NoJournal,     // refused: the payment could not be recorded first, see TillOptions::journal
   Strange,       // unknown: a result of the library that has no meaning
 };
 
@@ -181,6 +182,9 @@ struct Outcome {
   // The first exception that a callback let out; null when none did. The operation went on without that callback's
   // help and this is its outcome all the same.
   std::exception_ptr thrown;
+
+  // What is wrong with the journal (TillOptions::journal), in English; empty: nothing is. The outcome is true all the same.
+  std::string journal;
 
   // True for Approved and Done.
   bool good() const noexcept { return verdict == Verdict::Approved || verdict == Verdict::Done; }
@@ -235,6 +239,12 @@ struct TillOptions {
   std::string terminal =
       "1"; // id, 1 to 10 Latin letters and digits; tills that work at one time need different ones
   std::chrono::seconds pause{60}; // how long the pause between two requests is waited for; 0: refused at once
+
+  // A file in which every payment is recorded: what is wanted before it goes out, what became of it after, so that a
+  // program that is killed in between leaves an entry whose outcome is unknown. "zat_till journal --journal FILE" lists
+  // them, "zat_till recover" asks the terminal. Several tills may share one. It holds amounts, times and reference
+  // numbers, never a card number. A payment that cannot be recorded is refused. "": nothing is recorded.
+  std::string journal;
 };
 
 // What kept a Till from having a session.

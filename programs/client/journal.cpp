@@ -149,6 +149,10 @@ bool TakeEnding(const std::vector<std::string_view>& fields, Entry& entry) {
     return false;
   ending.oCode = fields[4];
   ending.oRef = fields[6];
+  if (ending.oFate == Fate::Unknown && ending.oRef.empty()) { // what was told before is still true
+    ending.oRef = entry.oEnding.oRef;
+    ending.ulKopecks = entry.oEnding.ulKopecks;
+  }
   ending.oSource = static_cast<Source>(std::min(source, static_cast<unsigned>(Source::Person)));
   entry.oEnding = ending;
   if (fields[0][0] == eOutcome) entry.oTold = when;

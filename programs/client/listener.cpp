@@ -71,6 +71,7 @@ void Listener::Tell(Status status, const tString& text) {
 }
 
 void Listener::Tell(Block& block) {
+  if (procSeen) Guard([&] { procSeen(block); });
   if (IsLine(block.oId)) {
     oReceipt.push_back({FromWire(WithoutEndOfLine(block.Field(abisEFpln))), block.oId == eEFTPwidPrLast});
     if (oCallbacks.line) Guard([&] { oCallbacks.line(oReceipt.back().text, oReceipt.back().last); });

@@ -16,6 +16,9 @@ public:
   void Tell(Block& block);
   void Tell(Status status, const tString& text = tString());
 
+  // From now on `seen` (null: nobody) is shown every block before the callbacks hear of it.
+  void ShowTo(std::function<void(Block&)> seen) { procSeen = std::move(seen); }
+
   // Asks the till whether to break off.
   bool WantsBreak();
 
@@ -29,6 +32,7 @@ private:
   const std::atomic<bool>& fBreakOff;
   std::vector<ReceiptLine> oReceipt;
   std::exception_ptr oThrown;
+  std::function<void(Block&)> procSeen;
 };
 
 } // namespace zat::client

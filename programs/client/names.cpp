@@ -41,6 +41,7 @@ constexpr NameRow<Why> kWhys[] = {
     {Why::Nested, "nested"},
     {Why::NoModule, "noModule"},
     {Why::NoLibrary, "noLibrary"},
+    {Why::NoJournal, "noJournal"},
     {Why::Strange, "strange"},
 };
 

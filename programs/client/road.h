@@ -18,6 +18,9 @@ public:
 
   // Begins anew; waits until the terminal has ended what it is at. False when it cannot.
   virtual bool Reopen() { return true; }
+
+  // The text that names the place of a link. The way through a library has none: it is called by the library's path.
+  virtual tString Place() const { return tString(); }
 };
 
 } // namespace zat::client

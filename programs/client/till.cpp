@@ -6,6 +6,7 @@
 
 #include "amount.h"
 #include "gabids.h"
+#include "recordedroad.h"
 #include "session.h"
 #include "util.h"
 
@@ -81,6 +82,7 @@ struct Till::Impl {
   bool fBusy = false;
 
   void Load();
+  void Record(const tString& place);
   Outcome Ask(const Asked& asked, const Callbacks& callbacks);
   Outcome Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks);
   Outcome Carry(const client::Request* request, const Callbacks& callbacks);
@@ -95,6 +97,12 @@ void Till::Impl::Load() {
   auto session = std::make_unique<client::Session>(std::move(library), oOptions.config);
   if (!session->IsOpen()) oFault = LoadFault::NoSession;
   poRoad = std::move(session);
+  Record(oOptions.library);
+}
+
+void Till::Impl::Record(const tString& place) {
+  if (!oOptions.journal.empty())
+    poRoad = std::make_unique<client::RecordedRoad>(std::move(poRoad), oOptions.journal, place);
 }
 
 Outcome Till::Impl::Ask(const Asked& asked, const Callbacks& callbacks) {
@@ -168,6 +176,7 @@ Till::Till(std::string library, std::string config)
 Till::Till(TillOptions options, std::unique_ptr<client::Road> road) : poImpl(std::make_unique<Impl>()) {
   poImpl->oOptions = std::move(options);
   poImpl->poRoad = std::move(road);
+  poImpl->Record(poImpl->poRoad->Place());
 }
 
 Till::~Till() = default;

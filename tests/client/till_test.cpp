@@ -263,9 +263,11 @@ TEST(Lost, IsLeftAlone) {
 
 TEST(Lost, AnswerComesLate) {
   Scripted library("block 32 0first\nstop XL lost\nstop XL lost\nblock 32 0second\n" + kOk + "good\n");
+  library.oOptions.journal = library.oScratch / "journal";
   {
     Till till(library.oOptions);
     EXPECT_EQ(till.sale(kAmount).why, Why::Lost);
+    EXPECT_EQ(till.sale(kAmount).why, Why::Unfinished);
     EXPECT_EQ(till.resume().why, Why::Lost);
     const Outcome late = till.resume();
     EXPECT_EQ(late.verdict, Verdict::Approved);
@@ -274,6 +276,10 @@ TEST(Lost, AnswerComesLate) {
   }
   EXPECT_THAT(library.Record(), testing::EndsWith("destroy\n"));
   EXPECT_FALSE(library.IsLoaded());
+  std::string journal = library.oScratch.Get("journal");
+  std::replace(journal.begin(), journal.end(), '\0', ' ');
+  EXPECT_THAT(journal, testing::ContainsRegex(
+                           "O\t2\t[0-9]+\tnotSent.*O\t1\t[0-9]+\tapproved\t00\t125000\t612345678901"));
 }
 
 TEST(Lost, ReopenedAndAsked) {
