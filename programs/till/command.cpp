@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 #include "charset.h"
+#include "ledger.h"
+#include "recordedroad.h"
 #include "request.h"
 #include "texts.h"
 #include "util.h"
@@ -21,14 +23,16 @@ namespace {
 
 constexpr char kLibrary[] = "libzat_ms.so";
 constexpr char kFromInput[] = "-";
+constexpr char kPaid[] = "paid", kNotPaid[] = "not-paid";
 constexpr size_t kTidWidth = 10, kRrnWidth = 12, kWorkIdWidth = 2, kTrack2Width = 37;
 constexpr int kCardDigits = 13; // so many digits in a word may be a card number
 constexpr int kMaxWait = 3600;
 
 // What a command takes, a set of bits.
-enum Takes : int { eNothing = 0, eAmount = 1, eRrn = 2, eTrack2 = 4, eRaw = 8 };
+enum Takes : int { eNothing = 0, eAmount = 1, eRrn = 2, eTrack2 = 4, eRaw = 8, eAll = 16, eEntry = 32 };
 
 typedef Outcome (*procAsk_t)(Till& till, const Order& order, const Callbacks& callbacks);
+typedef int (*procWork_t)(const Order& order, Screen& screen);
 typedef Outcome (Till::*procPay_t)(Amount amount, const Callbacks& callbacks);
 typedef Outcome (Till::*procPayBy_t)(Amount amount, Track2 card, const Callbacks& callbacks);
 
@@ -46,6 +50,7 @@ struct CommandRow {
   Text oHelp;
   const char* pccExample;
   procAsk_t procAsk;
+  procWork_t procWork = nullptr; // in place of procAsk
 };
 constexpr CommandRow kCommands[] = {
     {"sale", eEFTPwidSale, eAmount | eTrack2, Text::CmdSale, "zat_till sale 1250.00",
@@ -66,9 +71,16 @@ constexpr CommandRow kCommands[] = {
      [](Till& t, const Order&, const Callbacks& c) { return t.endOfDay(c); }},
     {"raw", eEFTPwidNone, eRaw, Text::CmdRaw, "zat_till raw 20 123456789012",
      [](Till& t, const Order& o, const Callbacks& c) { return t.raw(o.oWorkId, o.oData, c); }},
+    {"journal", eEFTPwidNone, eAll, Text::CmdJournal, "zat_till journal", nullptr, ShowJournal},
+    {"recover", eEFTPwidNone, eNothing, Text::CmdRecover, "zat_till recover", nullptr, Recover},
+    {"settle", eEFTPwidNone, eEntry, Text::CmdSettle, "zat_till settle 17 not-paid", nullptr, Settle},
 };
 
 bool Has(const CommandRow& command, Takes what) { return (command.iTakes & what) != 0; }
+
+tString WorkIdOf(const CommandRow& command) {
+  return {static_cast<char>(command.oId >> 8), static_cast<char>(command.oId)};
+}
 
 bool IsAlnum(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
@@ -141,6 +153,14 @@ tString CheckRaw(const Options& options, const tString& charset, Order& order) {
   return order.oData.size() == client::kImpossibleData ? Say(Text::Data255) : "";
 }
 
+tString CheckEntry(const Options& options, Order& order) {
+  const char* end = options.oNumber.data() + options.oNumber.size();
+  auto [stop, fault] = std::from_chars(options.oNumber.data(), end, order.uNumber);
+  if (fault != std::errc() || stop != end) return Say(Text::BadNumber, Shown(options.oNumber));
+  order.fPaid = options.oFate == kPaid;
+  return order.fPaid || options.oFate == kNotPaid ? "" : Say(Text::BadFate, Shown(options.oFate));
+}
+
 // The directory of this program, with a slash at its end.
 tString ProgramDirectory() {
   char path[PATH_MAX];
@@ -153,23 +173,31 @@ tString ProgramDirectory() {
 tString MakeOrder(const CommandRow& command, const Options& options, const tString& charset, Order& order) {
   order.oTill.library = options.oLib.empty() ? ProgramDirectory() + kLibrary : options.oLib;
   order.oTill.config = options.oConfig;
-  order.oTill.terminal = options.oTid;
+  order.oTill.terminal = options.oTid.value_or("1");
   order.oCommand = command.pccName;
-  order.oWorkId = {static_cast<char>(command.oId >> 8), static_cast<char>(command.oId)};
+  order.oWorkId = WorkIdOf(command);
   order.oRrn = options.oRrn;
   order.oTrack2 = options.oTrack2;
   order.oLink = options.oLink;
   order.fJson = options.fJson;
   order.fRaw = Has(command, eRaw);
   order.procAsk = command.procAsk;
+  order.procWork = command.procWork;
+  order.fAll = options.fAll;
+  order.fPlaced = !options.oLib.empty() || !options.oLink.empty();
+  if (!options.fNoJournal || order.procWork)
+    order.oTill.journal =
+        options.oJournal.empty() ? client::JournalOf(order.oTill.library) : options.oJournal;
+  if (options.oTid) order.oTid = client::TerminalInJournal(*options.oTid);
 
   tString complaint = CheckWait(options.oWait, order.oTill.pause);
-  if (complaint.empty() && !IsName(options.oTid, kTidWidth))
-    complaint = Say(Text::BadTid, Shown(options.oTid));
+  if (complaint.empty() && !IsName(order.oTill.terminal, kTidWidth))
+    complaint = Say(Text::BadTid, Shown(order.oTill.terminal));
   if (complaint.empty() && Has(command, eAmount)) complaint = CheckAmount(options.oAmount, order.oAmount);
   if (complaint.empty() && Has(command, eRrn) && !IsName(options.oRrn, kRrnWidth))
     complaint = Say(Text::BadRrn, Shown(options.oRrn));
   if (complaint.empty() && order.oTrack2) complaint = CheckTrack2(*order.oTrack2);
+  if (complaint.empty() && Has(command, eEntry)) complaint = CheckEntry(options, order);
   return complaint.empty() && Has(command, eRaw) ? CheckRaw(options, charset, order) : complaint;
 }
 
@@ -221,6 +249,8 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_option("--link", options.oLink, Say(Text::OptLink))->type_name("PLACE");
   app.add_option("--config", options.oConfig, Say(Text::OptConfig))->type_name("PATH");
   app.add_option("--tid", options.oTid, Say(Text::OptTid))->type_name("ID");
+  app.add_option("--journal", options.oJournal, Say(Text::OptJournal))->type_name("FILE");
+  app.add_flag("--no-journal", options.fNoJournal, Say(Text::OptNoJournal));
   app.add_option("--wait", options.oWait, Say(Text::OptWait))->type_name("SECONDS");
   app.add_flag("--json", options.fJson, Say(Text::OptJson));
 }
@@ -235,6 +265,11 @@ void AddCommand(CLI::App& app, const CommandRow& command, Options& options) {
   }
   if (Has(command, eTrack2))
     sub->add_option("--track2", options.oTrack2, Say(Text::OptTrack2))->type_name("TRACK");
+  if (Has(command, eEntry)) {
+    sub->add_option("NUMBER", options.oNumber, Say(Text::ArgNumber))->required();
+    sub->add_option("FATE", options.oFate, Say(Text::ArgFate))->required();
+  }
+  if (Has(command, eAll)) sub->add_flag("--all", options.fAll, Say(Text::OptAll));
   AddOptions(*sub, options);
   sub->set_help_flag("-h,--help", Say(Text::OptHelp));
   sub->footer(tString(Say(Text::Examples)) + ":\n  " + command.pccExample);
@@ -311,6 +346,12 @@ Parsed Parse(int argc, char** argv, const tString& charset) {
 }
 
 } // namespace
+
+tString CommandOf(const tString& workId) {
+  for (const CommandRow& row : kCommands)
+    if (row.oId != eEFTPwidNone && workId == WorkIdOf(row)) return row.pccName;
+  return workId;
+}
 
 Parsed ParseCommandLine(int argc, char** argv, const tString& charset) {
   Parsed parsed = Parse(argc, argv, charset);

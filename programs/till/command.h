@@ -7,13 +7,15 @@
 namespace zat::till {
 
 struct Options {
-  tString oLib, oLink, oConfig, oTid = "1", oWait = "60";
-  std::optional<tString> oTrack2;
-  tString oAmount, oRrn, oWorkId, oData;
-  bool fJson = false;
+  tString oLib, oLink, oConfig, oWait = "60";
+  std::optional<tString> oTid, oTrack2;
+  tString oAmount, oRrn, oWorkId, oData, oJournal, oNumber, oFate;
+  bool fJson = false, fNoJournal = false, fAll = false;
 };
 
 // A command in its final form.
+class Screen;
+
 struct Order {
   TillOptions oTill;
   tString oCommand, oWorkId;
@@ -22,6 +24,15 @@ struct Order {
   std::optional<tString> oTrack2;
   tString oLink;                    // a link to the terminal in place of the library; empty: none
   bool fJson = false, fRaw = false; // raw: a request of the user's own making
+
+  // What the commands about the journal take: one terminal only (empty: all), the place where the terminals are was
+  // given, all entries, one entry and whether it was paid.
+  tString oTid;
+  bool fPlaced = false, fAll = false, fPaid = false;
+  uint32_t uNumber = 0;
+
+  // Does the work of a command about the journal; null: the command asks the terminal for something.
+  int (*procWork)(const Order& order, Screen& screen) = nullptr;
 
   // What the command asks the till for.
   Outcome (*procAsk)(Till& till, const Order& order, const Callbacks& callbacks) = nullptr;
@@ -34,6 +45,9 @@ struct Parsed {
   tString oText;
   bool fJson = false;
 };
+
+// The command that asks for an operation; its two characters where no command does.
+tString CommandOf(const tString& workId);
 
 // Reads the command line; texts and data in it have the given code page. A track 2 is overwritten in argv,
 // where other users of the machine can see it.

@@ -34,30 +34,37 @@ Desk::Desk(const Order& order, Screen& screen) : oOrder(order), oScreen(screen) 
   oReport.oWorkId = order.oWorkId;
   oReport.oTid = order.oTill.terminal;
   oReport.oAmount = order.oAmount;
+  oReport.fRecorded = !order.oTill.journal.empty();
   oStatus = Describe(Status::Connecting, "");
 }
 
 int Desk::Work() {
+  LookForUnknown();
   Outcome outcome = Carry();
   Guard guard(oLock);
   Tell(outcome);
   return ExitCode(outcome.verdict);
 }
 
+// What a till before this one has left behind. It does not keep anybody from paying.
+void Desk::LookForUnknown() {
+  client::JournalState state;
+  if (!oOrder.oTill.journal.empty() && client::Journal(oOrder.oTill.journal).Read(state))
+    oReport.oUnknown = UnknownOf(state.oEntries);
+  const tString warning = Warning(oReport.oUnknown);
+  if (!warning.empty() && !oOrder.fJson) oScreen.Remark(warning);
+}
+
 Outcome Desk::Carry() {
-  if (!oOrder.oLink.empty()) return CarryByLink(oOrder.oTill);
+  if (!oOrder.oLink.empty()) return CarryByLink();
   Till till(oOrder.oTill);
   SayFault(till.loadFault(), till.loadDetail());
   return Ask(till);
 }
 
-Outcome Desk::CarryByLink(TillOptions options) {
-  auto session = std::make_unique<LinkSession>();
+Outcome Desk::CarryByLink() {
   tString why;
-  if (session->Open(oOrder.oLink, why)) {
-    Till till(std::move(options), std::move(session));
-    return Ask(till);
-  }
+  if (const std::unique_ptr<Till> till = TillByLink(oOrder.oTill, oOrder.oLink, why)) return Ask(*till);
   oReport.oWhy = "noLink";
   oReport.oMessage = Say(Text::LinkClosed, oOrder.oLink, why);
   Outcome outcome;
@@ -140,6 +147,7 @@ void Desk::Tell(const Outcome& outcome) {
   const char* gap = oReport.oLines.empty() ? "" : "\n";
   oScreen.Live("");
   oScreen.Print(oOrder.fJson ? ForMachines(oReport) + "\n" : gap + ForPeople(oReport));
+  if (!outcome.journal.empty() && !oOrder.fJson) oScreen.Remark(Say(Text::JournalTrouble, outcome.journal));
 }
 
 // Ends the process beside a thread that is inside the library: nothing is torn down, and the terminal module

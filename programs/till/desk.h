@@ -19,7 +19,8 @@ public:
 
 private:
   Outcome Carry();
-  Outcome CarryByLink(TillOptions options);
+  Outcome CarryByLink();
+  void LookForUnknown();
   Outcome Ask(Till& till);
   void SayFault(LoadFault fault, const tString& detail);
   Callbacks MakeCallbacks();

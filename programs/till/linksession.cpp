@@ -18,6 +18,7 @@ constexpr int kEndGroup = '#';
 } // namespace
 
 bool LinkSession::Open(const tString& place, tString& why) {
+  oPlace = place;
   tLinkPlace where;
   bool open = LinkPlaceFromText(place, where, why) && oLink.Open(where, kConnectMs, why);
   if (open && !EFTPWorkInit(&oPort, &oLink, nullptr, &EFTPLinkSetUp, true)) {
@@ -95,6 +96,11 @@ Outcome LinkSession::Follow(Exchange& exchange, client::Listener& listener) {
     listener.Tell(block);
   }
   return exchange.Stop(Why::Lost, Verdict::Unknown);
+}
+
+std::unique_ptr<Till> TillByLink(const TillOptions& options, const tString& place, tString& why) {
+  auto session = std::make_unique<LinkSession>();
+  return session->Open(place, why) ? std::make_unique<Till>(options, std::move(session)) : nullptr;
 }
 
 } // namespace zat::till

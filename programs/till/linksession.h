@@ -19,6 +19,7 @@ public:
   // goes out once, between two messages. The outcome is unknown once the request may have reached the terminal and the
   // end of the exchange has not come.
   Outcome Run(const client::Request& request, client::Listener& listener) override;
+  tString Place() const override { return oPlace; }
 
 private:
   static tBool TakeMessage(PortSEtx_tag* port, void* pads, tLen length, tSEtxCmdId* end);
@@ -26,11 +27,15 @@ private:
   bool Await(client::Listener& listener);
   Outcome Follow(client::Exchange& exchange, client::Listener& listener);
 
+  tString oPlace;
   Link oLink;
   PortSEtx_tag oPort{};
   SqueezeT oParameters; // of the request; the terminal id serves a break request too
   tString oMessage;     // the message received last, without its frame
   bool fBreakAsked = false;
 };
+
+// A till at the end of a link; options.library and config are not looked at. Null with the reason in why.
+std::unique_ptr<Till> TillByLink(const TillOptions& options, const tString& place, tString& why);
 
 } // namespace zat::till

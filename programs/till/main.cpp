@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   SpeakRussian(manner.fRussian);
   Screen screen(manner.oCharset);
   Parsed parsed = ParseCommandLine(argc, argv, manner.oCharset);
+  if (parsed.oOrder && parsed.oOrder->procWork) return parsed.oOrder->procWork(*parsed.oOrder, screen);
   if (parsed.oOrder) return Desk(*parsed.oOrder, screen).Work();
 
   Report report;

@@ -53,6 +53,7 @@ constexpr WhyRow kWhys[] = {
     {Why::Nested, Text::WhyNested},
     {Why::NoModule, Text::WhyNoModule},
     {Why::NoLibrary, Text::LibNoSession},
+    {Why::NoJournal, Text::WhyNoJournal},
     {Why::Strange, Text::WhyStrange},
 };
 
@@ -123,7 +124,8 @@ nlohmann::json JsonOthers(const std::vector<Report::Other>& others) {
   return list;
 }
 
-// One list of lines for each slip.
+} // namespace
+
 nlohmann::json JsonReceipt(const std::vector<ReceiptLine>& lines) {
   nlohmann::json slips = nlohmann::json::array();
   bool open = false;
@@ -134,8 +136,6 @@ nlohmann::json JsonReceipt(const std::vector<ReceiptLine>& lines) {
   }
   return slips;
 }
-
-} // namespace
 
 int ExitCode(Verdict verdict) { return Exit(verdict).iExit; }
 
@@ -166,7 +166,10 @@ tString ForPeople(const Report& report) {
     if (report.oAmount != Amount() && report.oAmount != response->amount)
       out += Say(Text::OtherAmount, response->amount.text(), report.oAmount.text()) + "\n";
   }
-  if (outcome.verdict == Verdict::Unknown) out += "  " + tString(Say(Text::AdviceUnknown)) + "\n";
+  if (outcome.verdict == Verdict::Unknown) {
+    out += "  " + tString(Say(Text::AdviceUnknown)) + "\n";
+    if (report.fRecorded) out += "  " + tString(Say(Text::AdviceRecover)) + "\n";
+  }
   return out;
 }
 
@@ -191,6 +194,8 @@ tString ForMachines(const Report& report) {
   }
   if (report.oAmount != Amount()) object["amount"] = report.oAmount.text();
   if (outcome.response) object["response"] = JsonResponse(*outcome.response);
+  if (!outcome.journal.empty()) object["journal"] = outcome.journal;
+  for (const client::Entry& entry : report.oUnknown) object["unresolved"].push_back(JsonOf(entry));
   return object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 

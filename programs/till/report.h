@@ -2,6 +2,7 @@
 #pragma once
 #include <vector>
 
+#include "entrytext.h"
 #include "zat_client.h"
 #include "ztypes.h"
 
@@ -19,8 +20,10 @@ struct Report {
   bool fBreak = false; // the user asked for a break
   int64_t llMs = 0;    // how long it took
   Outcome oOutcome;
-  tString oMessage; // said in place of the outcome's own ground, when not empty
-  tString oWhy;     // the name of that ground for machines, when it is none of the client's
+  bool fRecorded = false;   // in a journal
+  client::Entries oUnknown; // earlier payments whose outcome nobody knows
+  tString oMessage;         // said in place of the outcome's own ground, when not empty
+  tString oWhy;             // the name of that ground for machines, when it is none of the client's
 };
 
 // The exit code of a verdict.
@@ -37,6 +40,9 @@ tString ForPeople(const Report& report);
 
 // The whole report as one JSON object without a line end.
 tString ForMachines(const Report& report);
+
+// A receipt in JSON: one list of lines for each slip.
+nlohmann::json JsonReceipt(const std::vector<ReceiptLine>& lines);
 
 // The words of a status.
 tString Describe(Status status, const tString& text);

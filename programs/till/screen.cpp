@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <string_view>
 
 #include <sys/ioctl.h>
@@ -19,7 +20,7 @@ bool IsSmartTerminal(int fd) {
   return isatty(fd) && kind && *kind && std::string_view(kind) != "dumb";
 }
 
-size_t Width(int fd) {
+size_t Columns(int fd) {
   winsize size = {};
   bool known = ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
   return known ? size.ws_col : kUsualWidth;
@@ -52,9 +53,13 @@ void Screen::Remark(const tString& text) {
   Write(STDERR_FILENO, text + "\n");
 }
 
+size_t Screen::Width() const {
+  return isatty(STDOUT_FILENO) ? Columns(STDOUT_FILENO) : std::numeric_limits<size_t>::max();
+}
+
 void Screen::Live(const tString& text) {
   if (!fLive) return;
-  tString line = Cut(text, Width(STDERR_FILENO) - 1);
+  tString line = Cut(text, Columns(STDERR_FILENO) - 1);
   if (line == oShown) return;
   EraseLive();
   Write(STDERR_FILENO, line);

@@ -16,6 +16,9 @@ public:
   // One remark, without a line end, to the standard error.
   void Remark(const tString& text);
 
+  // How many characters a line of the standard output may have; without a terminal there is no limit.
+  size_t Width() const;
+
   // Rewrites the live line; "" takes it away. Does nothing unless the standard error is a terminal.
   void Live(const tString& text);
 

@@ -14,7 +14,8 @@ enum class Text : int {
   OptConfig, OptTid, OptTrack2, OptJson, OptWait, ArgAmount, ArgRrn, ArgWorkId, ArgData, CmdSale,
   CmdRefund, CmdPreauth, CmdReverse, CmdVoid, CmdLogin, CmdTotals, CmdEndOfDay, CmdRaw, Missing,
   NotUnderstood, BadAmount, NegativeAmount, AmountDecimals, AmountTooLong, AmountZero, BadTid, BadRrn,
-  BadTrack2, BadWorkId, DataTooLong, Data255, BadData, BadWait, OptLink,
+  BadTrack2, BadWorkId, DataTooLong, Data255, BadData, BadWait, OptLink, CmdJournal, CmdRecover,
+  CmdSettle, OptJournal, OptNoJournal, OptAll, ArgNumber, ArgFate, BadNumber, BadFate,
   // the library
   LibMissing, LibUnreadable, LibForeign, LibNoSession, LinkClosed,
   // what happens meanwhile
@@ -26,8 +27,13 @@ enum class Text : int {
   // why
   WhyResponse, WhyRefusal, WhyBreak, WhyEnded, WhyGoodEnd, WhyNoResponse, WhyBroken, WhyContradiction, WhyEndless,
   WhyUnfinished, WhyBadRequest, WhyModuleMissing, WhyLost, WhyHandle, WhyState, WhyCommand, WhyNoExchange,
-  WhyOtherId, WhyPipes, WhyNested, WhyNoModule, WhyPause, WhyLeft, WhyStrange, AdviceUnknown, ShAmount,
+  WhyOtherId, WhyPipes, WhyNested, WhyNoModule, WhyPause, WhyLeft, WhyStrange, WhyNoJournal, AdviceUnknown, AdviceRecover, ShAmount,
   ShRrn, ShAuth, ShCard, ShMessage, OtherAmount,
+  // the journal
+  JournalUnreadable, JournalUnwritable, JournalMended, JournalDamaged, JournalTrouble, JournalEmpty, NotOpen, WarnOne, WarnSome,
+  NothingUnknown, AdviceSettle, WaitsForModule, OfTerminal, ByPerson, NotMade, Running, GroundReference, GroundLast,
+  GroundNothingSince, GroundEmptyDay, GroundGone, GroundHidden, GroundOtherTill, GroundTwoAlike, GroundDayClosed,
+  GroundTooEarly, GroundNoAnswer, GroundNotShown, GroundLost,
   eCount
 };
 // clang-format on

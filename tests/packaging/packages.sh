@@ -54,7 +54,7 @@ till sale 13.00 | grep APPROVED >/dev/null || fail "a sale after the upgrade"
 names=$(dpkg-query --admindir="$root/var/lib/dpkg" -f '${Package} ' -W 'zat-ms*')
 install -r $names
 left=$(cd "$site" && find . -type f | sort | tr '\n' ' ')
-[[ $left == "./BIN/zat_comm.log ./DOWNLOAD/1/verslist.upd ./eftpos.cfg ./micromgl.cfg ./simulator-1.day ./simulator.cfg " ]] ||
+[[ $left == "./BIN/zat_comm.log ./DOWNLOAD/1/verslist.upd ./eftpos.cfg ./micromgl.cfg ./simulator-1.day ./simulator.cfg ./till.jnl " ]] ||
   fail "after the removal: $left"
 install -P $names
 left=$(find "$root" -path "$root/var/lib/dpkg" -prune -o -type f ! -path "$root/etc/*" -print; grep zat "$root/etc/group" || true)

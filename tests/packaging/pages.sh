@@ -70,7 +70,7 @@ completes() { # WORD... = COMPLETIONS
   _zat_ms "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
   [[ ${COMPREPLY[*]} == "$expected" ]] || complain "${COMP_WORDS[*]} is completed to: ${COMPREPLY[*]}"
 }
-completes zat_till re = "refund reverse"
+completes zat_till re = "refund reverse recover"
 completes zat_till sale --t = "--track2 --tid"
 completes zat_till sale 12.00 --lib READ = "README.md"
 completes zat_till --tid '' = ""

@@ -104,7 +104,7 @@ TEST(Library, WhatCannotBeUsed) {
 // Without a module nothing can have been sent; with one a lost link says nothing about the money.
 TEST(Library, ModuleMissing) {
   ScriptedTill till("stop XL lost\n");
-  std::filesystem::remove(till.oScratch / "zat_mm");
+  std::filesystem::remove(till.oScratch / "BIN/zat_mm");
   Ran ran = till.Run("sale 1");
   EXPECT_EQ(ran.iExit, 4);
   EXPECT_THAT(ran.oOut, HasSubstr("zat_mm"));

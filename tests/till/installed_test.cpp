@@ -61,29 +61,6 @@ TEST(Installed, CtrlCOnTheTerminal) {
   BreakOff(till, "");
 }
 
-// A terminal that is reached over TCP, without the library; its first two lines are its process and its place.
-class LinkedTerminal {
-public:
-  explicit LinkedTerminal(const InstalledTill& till) {
-    std::string command = "echo $$; exec " + (till.oScratch / "BIN/zat_mm") + " --listen 127.0.0.1:0";
-    poOut = popen(command.c_str(), "r");
-    char line[128] = "";
-    iProcess = atoi(fgets(line, sizeof line, poOut));
-    oPlace = fgets(line, sizeof line, poOut);
-    oPlace = " --link tcp:127.0.0.1:" + std::to_string(atoi(oPlace.substr(oPlace.rfind(':') + 1).c_str()));
-  }
-  ~LinkedTerminal() {
-    kill(iProcess, SIGTERM);
-    pclose(poOut);
-  }
-
-  std::string oPlace; // as an option of the till
-
-private:
-  FILE* poOut;
-  int iProcess;
-};
-
 TEST(Linked, AsOverThePipes) {
   InstalledTill till;
   std::string place;

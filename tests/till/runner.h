@@ -113,11 +113,12 @@ public:
   explicit ScriptedTill(const std::string& script) {
     oEnvironment["FAKE_SCRIPT"] = oScratch.Put("script", script);
     oEnvironment["FAKE_RECORD"] = oScratch / "record";
-    oLib = oScratch / "libfake_ms.so";
+    oLib = oScratch / "BIN/libfake_ms.so";
+    std::filesystem::create_directory(oScratch / "BIN");
     std::filesystem::copy(ZAT_FAKES "/libfake_ms.so", oLib);
     // The module that the till looks for beside the library; never started here.
-    oScratch.Put("zat_mm", "");
-    std::filesystem::permissions(oScratch / "zat_mm", std::filesystem::perms::owner_all);
+    oScratch.Put("BIN/zat_mm", "");
+    std::filesystem::permissions(oScratch / "BIN/zat_mm", std::filesystem::perms::owner_all);
   }
 };
 
@@ -131,4 +132,27 @@ public:
       std::filesystem::copy(std::string(ZAT_INSTALLATION "/") + file, oScratch / file);
     oScratch.Put("micromgl.cfg", "[TILL]\nBREAK=1\n");
   }
+};
+
+// A terminal that is reached over TCP, without the library; its first two lines are its process and its place.
+class LinkedTerminal {
+public:
+  explicit LinkedTerminal(const InstalledTill& till) {
+    std::string command = "echo $$; exec " + (till.oScratch / "BIN/zat_mm") + " --listen 127.0.0.1:0";
+    poOut = popen(command.c_str(), "r");
+    char line[128] = "";
+    iProcess = atoi(fgets(line, sizeof line, poOut));
+    oPlace = fgets(line, sizeof line, poOut);
+    oPlace = " --link tcp:127.0.0.1:" + std::to_string(atoi(oPlace.substr(oPlace.rfind(':') + 1).c_str()));
+  }
+  ~LinkedTerminal() {
+    kill(iProcess, SIGTERM);
+    pclose(poOut);
+  }
+
+  std::string oPlace; // as an option of the till
+
+private:
+  FILE* poOut;
+  int iProcess;
 };

@@ -1,0 +1,291 @@
+#include "ledger.h"
+
+#include <algorithm>
+#include <map>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "charset.h"
+#include "entrytext.h"
+#include "linksession.h"
+#include "texts.h"
+
+namespace zat::till {
+namespace {
+
+using client::Entries;
+using client::Entry;
+using client::Fate;
+using client::Ground;
+using client::Journal;
+using client::JournalState;
+using client::Ruling;
+
+constexpr size_t kShown = 10; // entries that are over, when not all are wanted
+constexpr auto kBusyPause = std::chrono::milliseconds(200);
+
+// ---- what all three have in common ----
+
+int Fail(const Order& order, Screen& screen, const tString& why) {
+  Report report;
+  report.oCommand = order.oCommand;
+  report.oOutcome.verdict = Verdict::Refused;
+  report.oMessage = why;
+  if (order.fJson)
+    screen.Print(ForMachines(report) + "\n");
+  else
+    screen.Remark(why);
+  return ExitCode(Verdict::Refused);
+}
+
+int FailToRead(const Order& order, Screen& screen, const Journal& journal) {
+  return Fail(order, screen, Say(Text::JournalUnreadable, journal.Name(), journal.Fault()));
+}
+
+void RemarkDamage(const Order& order, Screen& screen, const Journal& journal, const JournalState& state) {
+  if (journal.WasMended())
+    screen.Remark(Say(Text::JournalMended, journal.Name()));
+  else if (state.fDamaged)
+    screen.Remark(Say(Text::JournalDamaged, order.oTill.journal));
+}
+
+void PrintJson(Screen& screen, const nlohmann::json& object) {
+  screen.Print(object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+}
+
+// ---- asking ----
+
+// A terminal as the journal knows it.
+struct Terminal {
+  tString oTid, oPlace;
+  auto operator<=>(const Terminal&) const = default;
+};
+Terminal TerminalOf(const Entry& entry) { return {entry.oIntent.oTid, entry.oIntent.oRoad}; }
+
+struct Answer {
+  client::Told oTold;
+  Outcome oOutcome;
+};
+
+// YYYYMMDDhhmmss, local time; -1 for anything else.
+time_t TimeOf(const tString& text) {
+  tm when{};
+  const char* end = text.size() == 14 ? strptime(text.c_str(), "%Y%m%d%H%M%S", &when) : nullptr;
+  when.tm_isdst = -1;
+  return end && *end == 0 ? mktime(&when) : -1;
+}
+
+client::Told ToldBy(const Outcome& outcome, bool noReference) {
+  const bool answered = outcome.verdict == Verdict::Approved || outcome.verdict == Verdict::Declined;
+  if (answered && outcome.response) {
+    const Response& response = *outcome.response;
+    const time_t when = TimeOf(response.dateTime);
+    if (when == -1) return {};
+    const auto kopecks = static_cast<uint64_t>(response.amount.inKopecks());
+    return {client::Told::ePayment, kopecks, response.rrn, response.code, when};
+  }
+  return {outcome.verdict == Verdict::Declined && noReference ? client::Told::eNone : client::Told::eNothing,
+          0, "", "", 0};
+}
+
+class Recovery {
+public:
+  Recovery(const Order& order, Screen& screen)
+      : oOrder(order), oScreen(screen), oJournal(order.oTill.journal) {}
+
+  int Work();
+
+private:
+  struct Found {
+    Entry oEntry; // as it is now
+    Ruling oRuling;
+    tString oWhy;
+    std::vector<ReceiptLine> oReceipt; // of a payment that was made, whose receipt was lost with its outcome
+  };
+
+  bool IsAsked(const Entry& entry) const { return oOrder.oTid.empty() || entry.oIntent.oTid == oOrder.oTid; }
+  void AskAbout(const Terminal& terminal, const Entries& entries);
+  Answer Ask(const Terminal& terminal, const tString& ref) const;
+  Outcome AskOnce(const Terminal& terminal, const tString& ref, const Callbacks& callbacks) const;
+  void Close(const Terminal& terminal, const std::map<tString, Answer>& answers);
+  void Tell(const JournalState& state);
+
+  const Order& oOrder;
+  Screen& oScreen;
+  Journal oJournal;
+  std::vector<Found> oFound;
+};
+
+Outcome Recovery::AskOnce(const Terminal& terminal, const tString& ref, const Callbacks& callbacks) const {
+  TillOptions options = oOrder.oTill;
+  options.terminal = terminal.oTid;
+  options.journal.clear();
+  const tString place = oOrder.fPlaced ? oOrder.oLink : terminal.oPlace;
+  const bool link = place.find(':') != tString::npos && place[0] != '/';
+  if (!link && !oOrder.fPlaced && !place.empty()) options.library = place;
+  tString why;
+  const std::unique_ptr<Till> till = link ? TillByLink(options, place, why) : std::make_unique<Till>(options);
+  if (till) return ref.empty() ? till->lastTransaction(callbacks) : till->transaction(ref, callbacks);
+  Outcome outcome;
+  outcome.verdict = Verdict::Refused;
+  outcome.why = Why::NoLibrary;
+  outcome.text = why;
+  return outcome;
+}
+
+// The module of the till that was killed may still be at work: its terminal id is free when it has ended, and only then
+// its word is final.
+Answer Recovery::Ask(const Terminal& terminal, const tString& ref) const {
+  const auto limit = std::chrono::steady_clock::now() + oOrder.oTill.pause;
+  for (;;) {
+    bool noReference = false;
+    Callbacks callbacks;
+    callbacks.status = [&](Status status, const tString&) { noReference |= status == Status::NoReference; };
+    Outcome outcome = AskOnce(terminal, ref, callbacks);
+    const bool busy = outcome.verdict == Verdict::Refused && outcome.why == Why::NoModule;
+    if (!busy || std::chrono::steady_clock::now() >= limit) return {ToldBy(outcome, noReference), outcome};
+    oScreen.Live(Say(Text::WaitsForModule));
+    std::this_thread::sleep_for(kBusyPause);
+  }
+}
+
+// The journal is read again after the answer: what was begun before it was given is in there.
+void Recovery::Close(const Terminal& terminal, const std::map<tString, Answer>& answers) {
+  JournalState state;
+  if (!oJournal.Read(state)) return;
+  Entries own;
+  std::copy_if(state.oEntries.begin(), state.oEntries.end(), std::back_inserter(own),
+               [&](const Entry& entry) { return TerminalOf(entry) == terminal; });
+  const client::Question question = {&own, time(nullptr), terminal.oPlace.find(':') == tString::npos};
+  for (const Entry& entry : own) {
+    const auto answer = answers.find(client::ReferenceOf(entry));
+    if (!entry.IsUnknown()) continue;
+    Found found = {entry,
+                   Judge(question, entry, answer == answers.end() ? client::Told() : answer->second.oTold),
+                   "",
+                   {}};
+    found.oWhy = Explain(found.oRuling.oGround);
+    if (found.oRuling.oGround == Ground::NoAnswer && answer != answers.end())
+      found.oWhy += " " + Explain(answer->second.oOutcome);
+    if (found.oRuling.oEnding.oFate != Fate::Unknown) {
+      if (oJournal.Settle(entry.uNumber, found.oRuling.oEnding)) {
+        found.oEntry.oEnding = found.oRuling.oEnding;
+        if (found.oRuling.oEnding.oFate == Fate::Approved) found.oReceipt = answer->second.oOutcome.receipt;
+      } else {
+        found.oWhy = Say(Text::JournalUnwritable, oJournal.Name(), oJournal.Fault());
+      }
+    }
+    oFound.push_back(std::move(found));
+  }
+}
+
+void Recovery::AskAbout(const Terminal& terminal, const Entries& entries) {
+  std::map<tString, Answer> answers;
+  for (const Entry& entry : entries) {
+    const tString ref = client::ReferenceOf(entry);
+    if (TerminalOf(entry) == terminal && client::CanBeAsked(entry) && !answers.count(ref))
+      answers[ref] = Ask(terminal, ref);
+  }
+  Close(terminal, answers);
+}
+
+int Recovery::Work() {
+  JournalState state;
+  if (!oJournal.Read(state)) return FailToRead(oOrder, oScreen, oJournal);
+  Entries unknown = UnknownOf(state.oEntries);
+  std::erase_if(unknown, [this](const Entry& entry) { return !IsAsked(entry); });
+  std::vector<Terminal> terminals;
+  for (const Entry& entry : unknown)
+    if (std::find(terminals.begin(), terminals.end(), TerminalOf(entry)) == terminals.end())
+      terminals.push_back(TerminalOf(entry));
+  for (const Terminal& terminal : terminals) AskAbout(terminal, unknown);
+  oScreen.Live("");
+  Tell(state);
+  const bool open = std::any_of(oFound.begin(), oFound.end(), [](const Found& found) {
+    return found.oEntry.oEnding.oFate == Fate::Unknown;
+  });
+  return ExitCode(open ? Verdict::Unknown : Verdict::Done);
+}
+
+void Recovery::Tell(const JournalState& state) {
+  nlohmann::json entries = nlohmann::json::array();
+  tString out;
+  size_t open = 0;
+  for (const Found& found : oFound) {
+    nlohmann::json object = JsonOf(found.oEntry);
+    object.update({{"ground", NameOf(found.oRuling.oGround)},
+                   {"message", found.oWhy},
+                   {"receipt", JsonReceipt(found.oReceipt)}});
+    entries.push_back(object);
+    for (const ReceiptLine& line : found.oReceipt) out += line.text + (line.last ? "\n\n" : "\n");
+    out += LineOf(found.oEntry, oScreen.Width()) + "       " + found.oWhy + "\n";
+    open += found.oEntry.oEnding.oFate == Fate::Unknown;
+  }
+  RemarkDamage(oOrder, oScreen, oJournal, state);
+  if (oOrder.fJson)
+    return PrintJson(oScreen, {{"command", oOrder.oCommand},
+                               {"journal", oJournal.Name()},
+                               {"unknown", open},
+                               {"exitCode", ExitCode(open ? Verdict::Unknown : Verdict::Done)},
+                               {"entries", entries}});
+  if (oFound.empty()) out = tString(Say(Text::NothingUnknown)) + "\n";
+  oScreen.Print(out);
+  if (open) oScreen.Remark(Say(Text::AdviceSettle));
+}
+
+} // namespace
+
+int Recover(const Order& order, Screen& screen) { return Recovery(order, screen).Work(); }
+
+int ShowJournal(const Order& order, Screen& screen) {
+  Journal journal(order.oTill.journal);
+  JournalState state;
+  if (!journal.Read(state)) return FailToRead(order, screen, journal);
+  Entries& entries = state.oEntries;
+  if (!order.oTid.empty())
+    std::erase_if(entries, [&](const Entry& entry) { return entry.oIntent.oTid != order.oTid; });
+  const auto over = std::stable_partition(
+      entries.begin(), entries.end(), [](const Entry& entry) { return entry.fRunning || entry.IsUnknown(); });
+  const size_t open = static_cast<size_t>(over - entries.begin()), unknown = UnknownOf(entries).size();
+  if (!order.fAll && entries.size() > open + kShown)
+    entries.erase(over, entries.end() - static_cast<std::ptrdiff_t>(kShown));
+  RemarkDamage(order, screen, journal, state);
+  if (order.fJson) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const Entry& entry : entries) list.push_back(JsonOf(entry));
+    PrintJson(screen, {{"command", order.oCommand},
+                       {"journal", journal.Name()},
+                       {"damaged", state.fDamaged},
+                       {"unknown", unknown},
+                       {"entries", list}});
+    return ExitCode(Verdict::Done);
+  }
+  tString out;
+  for (const Entry& entry : entries) out += LineOf(entry, screen.Width());
+  screen.Print(out.empty() ? tString(Say(Text::JournalEmpty)) + "\n" : out);
+  return ExitCode(Verdict::Done);
+}
+
+int Settle(const Order& order, Screen& screen) {
+  Journal journal(order.oTill.journal);
+  JournalState state;
+  if (!journal.Read(state)) return FailToRead(order, screen, journal);
+  const auto found = std::find_if(state.oEntries.begin(), state.oEntries.end(), [&](const Entry& entry) {
+    return entry.uNumber == order.uNumber && entry.IsUnknown();
+  });
+  if (found == state.oEntries.end()) return Fail(order, screen, Say(Text::NotOpen, order.uNumber));
+  found->oEnding.oFate = order.fPaid ? Fate::Approved : Fate::NotMade;
+  found->oEnding.oSource = client::Source::Person;
+  if (!journal.Settle(order.uNumber, found->oEnding))
+    return Fail(order, screen, Say(Text::JournalUnwritable, journal.Name(), journal.Fault()));
+  RemarkDamage(order, screen, journal, state);
+  if (order.fJson)
+    PrintJson(screen,
+              {{"command", order.oCommand}, {"journal", journal.Name()}, {"entries", {JsonOf(*found)}}});
+  else
+    screen.Print(LineOf(*found, screen.Width()));
+  return ExitCode(Verdict::Done);
+}
+
+} // namespace zat::till
