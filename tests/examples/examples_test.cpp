@@ -53,4 +53,14 @@ TEST(Examples, Cpp) {
               HasSubstr("refused: noLibrary"));
 }
 
+// Ctrl-C while the terminal waits for the card.
+TEST(Examples, CppBrokenOff) {
+  Installation site(ZAT_INSTALLATION "/BIN/zat_mm");
+  auto [exit, text] = Shell(ZAT_INSTALLATION "/tests/till_cpp 1.73 " + site.Library() + " >" +
+                            (site / "out") + " 2>&1 & until grep -q connecting " + (site / "out") +
+                            " || ! kill -0 $!; do :; done; kill -INT $!; wait $!");
+  EXPECT_EQ(exit, 1);
+  EXPECT_THAT(site.Get("out"), HasSubstr("aborted: break"));
+}
+
 } // namespace

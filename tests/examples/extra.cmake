@@ -8,4 +8,7 @@ foreach(language IN ITEMS c cpp)
   add_subdirectory(${CMAKE_SOURCE_DIR}/examples/${language} examples/${language})
   set_target_properties(till_${language} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
+# the oldest languages that the public headers promise
+set_target_properties(till_c PROPERTIES C_STANDARD 99 C_EXTENSIONS OFF)
+set_target_properties(till_cpp PROPERTIES CXX_STANDARD 17)
 add_dependencies(examples_tests till_c till_cpp zat_ms zat_mm)
