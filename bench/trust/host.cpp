@@ -120,13 +120,14 @@ public:
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  // So many exchanges, by the tills in turn, while the other threads work.
-  void Run(int exchanges) {
+  // So many exchanges and for so long, by the tills in turn, while the other threads work.
+  void Run(int exchanges, double seconds) {
+    const int64_t end = NowNs() + static_cast<int64_t>(seconds * kSecondNs);
     std::atomic<bool> over = false;
     std::vector<std::thread> others, tills;
     for (int i = 0; i < kOthers; ++i)
       others.emplace_back([&, i] { Work(kWork[i % std::size(kWork)], over); });
-    for (int i = 0; i < kTills; ++i) tills.emplace_back([&, i] { Sales(i, exchanges); });
+    for (int i = 0; i < kTills; ++i) tills.emplace_back([&, i] { Sales(i, exchanges, end); });
     for (std::thread& till : tills) till.join();
     over = true;
     for (std::thread& other : others) other.join();
@@ -140,6 +141,7 @@ public:
     const Sale sale = Sell(object, sessions[0], Id(0), &turn);
     for (int fd : taken) close(fd);
     ++(sale == Sale::paid ? seen.fullPaid : sale == Sale::refused ? seen.fullRefused : seen.fullUnclear);
+    ++seen.begun;
     ++(Sell(object, sessions[0], Id(0), &turn) == Sale::paid ? seen.paid : seen.unclear);
   }
 
@@ -154,8 +156,9 @@ private:
     }
   }
 
-  void Sales(int till, int exchanges) {
-    for (int i = till; i < exchanges; i += kTills) {
+  void Sales(int till, int exchanges, int64_t end) {
+    for (int i = till; i < exchanges || NowNs() < end; i += kTills) {
+      ++seen.begun;
       const HostState before = ThreadState();
       const Sale sale = Sell(object, sessions[static_cast<size_t>(till)], Id(till), &turn);
       ++(sale == Sale::paid ? seen.paid : sale == Sale::refused ? seen.refused : seen.unclear);
@@ -218,9 +221,9 @@ int LiveAsHost(const HostPlan& plan, HostSeen& seen) {
   const HostState before = TakeState();
   {
     Host host(plan, seen, shop);
-    host.Run(plan.iExchanges / 5);
+    host.Run(plan.iExchanges / 5, 0);
     const Memory warm = MemoryNow();
-    host.Run(plan.iExchanges - plan.iExchanges / 5);
+    host.Run(plan.iExchanges - plan.iExchanges / 5, plan.dSeconds);
     const Memory end = MemoryNow();
     seen.heapGrowth = end.heap - warm.heap;
     seen.residentGrowth = end.resident - warm.resident;

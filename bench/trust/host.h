@@ -10,12 +10,14 @@ enum class ChildSignal { ignored, plain, handled };
 
 struct HostPlan {
   ChildSignal oChildSignal;
-  int iExchanges;  // after as many for warming up as are a fifth of them
+  int iExchanges;  // a fifth of them to warm up
+  double dSeconds; // go on selling for so long
   int iFullTables; // exchanges with every descriptor in use, and so on with some left
 };
 
 // What became of it.
 struct HostSeen {
+  std::atomic<int> begun;                              // with descriptors to be had
   std::atomic<int> paid, refused, unclear;             // with descriptors to be had
   std::atomic<int> fullPaid, fullRefused, fullUnclear; // while the table was full
   std::atomic<int> otherWork;                          // pieces of work of the other threads
