@@ -30,9 +30,24 @@
  *
  * A request may not have exactly 255 bytes of data: in this protocol a header with that length stands alone.
  *
- * Threads. The library has no locks and no threads of its own. All calls of one process, whatever the
- * session, must be made one at a time; the simplest way is to make them from one thread. Different processes
- * need no care, they may work at the same time with different terminal ids.
+ * Threads. The library makes no threads and belongs to none: any thread may make any call, and a session may be
+ * made, used and ended by different ones. But all calls of one process come one at a time, whatever the session:
+ * none may begin before the last one has returned, since they share the log. One thread for all of them does it, or
+ * a mutex of the till's around each call. Loading and unloading the library count as calls, and no session may be
+ * left when it is unloaded. Different processes need no care, they may work at the same time with different
+ * terminal ids.
+ *
+ *     the idle callback     runs on the thread that called eftp_do, as a part of that call
+ *     signal handlers       may interrupt a call, and must make none
+ *     fork on any thread    always; the child may exec, exit, or end the sessions it inherited with eftp_destroy,
+ *                           which leaves the parent's exchange alone. It must not go on with them.
+ *     setenv, setlocale     not while a call runs, as beside most functions of the C library. The first eftp_create
+ *                           sets ZAT_L_LEVEL when that does not hold the level of micromgl.cfg yet: make it before
+ *                           other threads read the environment.
+ *     sigaction of SIGCHLD  not during the call that opens an exchange: it has its default meaning for the process
+ *                           while an update is being installed. Nothing else of the process is changed for a while:
+ *                           signal mask and cancellation state only of the calling thread, and put back.
+ *     everything else       as the till likes
  */
 #ifndef ZAT_MS_H
 #define ZAT_MS_H

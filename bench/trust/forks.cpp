@@ -10,9 +10,34 @@
 #include "guest.h"
 #include "scratch.h"
 #include "shared.h"
+#include "shop.h"
 #include "utilf.h"
 
 namespace trust {
+
+namespace {
+
+// A forked copy ends the session that it has inherited, in the middle of a sale. False when the parent feels it.
+bool CopyEndsSession() {
+  Shop shop;
+  LoadedObject object(shop.Library());
+  void* session = object.create(nullptr);
+  bool ended = false;
+  const Sale sale = Sell(object, session, "0000000001", nullptr, nullptr, [&] {
+    const pid_t child = Forked([&] {
+      alarm(5);
+      object.destroy(session);
+      return 0;
+    });
+    int status = -1;
+    waitpid(child, &status, 0);
+    ended = status == 0;
+  });
+  object.destroy(session);
+  return ended && sale == Sale::paid && !shop.Has("cid1.lck");
+}
+
+} // namespace
 
 Finding MeasureForks(const Extent& extent) {
   const int wanted = extent.Of(2000, 200);
@@ -38,10 +63,15 @@ Finding MeasureForks(const Extent& extent) {
   over = true;
   for (std::thread& thread : busy) thread.join();
   const bool kept = holdsflock(mine.c_str());
-  return {"a fork beside a thread in the lock table leaves a child that can lock",
-          fmt::format("{} forks", forks),
-          fmt::format("{} children hang or fail, the parent's lock is {}", wrong, kept ? "kept" : "LOST"),
-          wrong == 0 && kept && remflock(mine.c_str()) == 0};
+  const bool unmoved = CopyEndsSession();
+  return {
+      "a fork leaves a child that can lock, and a parent that does not feel what it does",
+      fmt::format(
+          "{} forks beside threads in the lock table; a copy that ends the session in the middle of a sale",
+          forks),
+      fmt::format("{} children hang or fail, the parent's lock is {}, its sale is {}", wrong,
+                  kept ? "kept" : "LOST", unmoved ? "paid" : "SPOILT"),
+      wrong == 0 && kept && unmoved && remflock(mine.c_str()) == 0};
 }
 
 } // namespace trust

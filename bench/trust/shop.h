@@ -2,6 +2,7 @@
 #pragma once
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 
 #include <fmt/core.h>
@@ -34,9 +35,9 @@ enum class Sale {
 
 // A sale of 12.50 with a card that the till has read itself, so that nothing is waited for. `turn` is held for each
 // call, because the calls of one process come one at a time; null where there is one caller only. The number of calls
-// is added to *piCalls.
+// is added to *piCalls. `between` happens after the first of them.
 inline Sale Sell(const LoadedObject& object, void* session, const std::string& id, std::mutex* turn = nullptr,
-                 int* piCalls = nullptr) {
+                 int* piCalls = nullptr, const std::function<void()>& between = nullptr) {
   const std::string data = "0000000012504000001234567899=2512101123";
   std::string request = fmt::format("10{}{:02X}{}", id, data.size(), data);
   char answer[ZAT_MS_BUFFER];
@@ -49,6 +50,7 @@ inline Sale Sell(const LoadedObject& object, void* session, const std::string& i
     result = object.call(session, calls++ == 0 ? request.data() : nullptr, answer, nullptr, nullptr);
     constexpr int kCodeAt = ZAT_MS_HEADER + 1 + 12 + 3 + 14 + 15 + 12;
     if (memcmp(answer, "60", 2) == 0) approved = memcmp(answer + kCodeAt, "00", 2) == 0;
+    if (calls == 1 && between) between();
   } while (result == ZAT_MS_MORE);
   if (piCalls) *piCalls += calls;
   if (result == ZAT_MS_END && answer[0] == 0 && approved) return Sale::paid;
