@@ -234,11 +234,17 @@ struct Callbacks {
 inline constexpr char kInstalledLibrary[] = "/opt/zat_ms/BIN/libzat_ms.so";
 
 struct TillOptions {
-  std::string library = kInstalledLibrary; // path of libzat_ms.so; a bare name means the current directory
-  std::string config;                      // handed on to the terminal module as it stands; "": it needs none
-  std::string terminal =
-      "1"; // id, 1 to 10 Latin letters and digits; tills that work at one time need different ones
-  std::chrono::seconds pause{60}; // how long the pause between two requests is waited for; 0: refused at once
+  // Path of libzat_ms.so; a bare name means the current directory.
+  std::string library = kInstalledLibrary;
+
+  // Handed on to the terminal module as it stands; "": it needs none.
+  std::string config;
+
+  // Terminal id, 1 to 10 Latin letters and digits. Tills that work at the same time need different ones.
+  std::string terminal = "1";
+
+  // How long the pause between two requests of a session is waited for; 0: too early a request is refused at once.
+  std::chrono::seconds pause{60};
 
   // A file in which every payment is recorded: what is wanted before it goes out, what became of it after, so that a
   // program that is killed in between leaves an entry whose outcome is unknown. "zat_till journal --journal FILE" lists
@@ -251,9 +257,9 @@ struct TillOptions {
 enum class LoadFault {
   None,
   Missing,    // there is no such file
-  Unreadable, // the loader refuses it: not a shared object, another machine's, a library that it needs is absent
+  Unreadable, // not a shared object, another machine's, or a library that it needs is absent
   Foreign,    // a shared object without the three functions
-  NoSession, // the library could not make a session
+  NoSession,  // the library could not make a session
 };
 
 // Track 2 of a card that the till itself has read, sentinels allowed. The bytes stay the caller's: wipe them after.

@@ -30,10 +30,13 @@ struct Field {
 // Makes the data of an operation from its fields. False for an operation that has no message, and for a missing field.
 bool MakeData(tEFTPWorkId id, std::initializer_list<Field> fields, tString& data);
 
-// Operations that move money, or reserve it, or take that back.
-bool MovesMoney(tEFTPWorkId id);
-
-// Operations that are answered with a response: those that move money, and the question about one of them.
+// Operations that are answered with a response: payments of every kind, and the question about one of them.
 bool NeedsResponse(tEFTPWorkId id);
+
+// What a till gives as a terminal id (1 to 10 Latin letters and digits), as a reference number (1 to 12 of them) and as
+// a work id (two printable ASCII characters).
+bool IsTid(std::string_view text);
+bool IsReference(std::string_view text);
+bool IsWorkId(std::string_view text);
 
 } // namespace zat::client

@@ -13,22 +13,9 @@
 namespace zat {
 namespace {
 
-using client::Field;
-
-constexpr size_t kTidWidth = 10, kRrnWidth = 12, kWorkIdWidth = 2, kTrack2Width = 37;
+constexpr size_t kTrack2Width = 37;
 constexpr char kLastTransaction[] = "000000000000"; // the terminal knows the day's last one by this reference
 constexpr char kNoReference[] = " ";
-
-bool IsAlnum(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-bool IsName(std::string_view text, size_t limit) {
-  return !text.empty() && text.size() <= limit && std::all_of(text.begin(), text.end(), IsAlnum);
-}
-
-bool IsWorkId(std::string_view text) {
-  return text.size() == kWorkIdWidth &&
-         std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
-}
 
 // A text that is overwritten before its memory is given back: it may hold a track 2.
 struct Secret : tString {
@@ -66,7 +53,7 @@ const char* FaultOf(const Asked& asked) {
   if (asked.poAmount && *asked.poAmount == Amount()) return "the amount is zero";
   if (asked.poPart && *asked.poPart == Amount()) return "the part is zero";
   if (asked.poPart && *asked.poPart > *asked.poAmount) return "the part is more than the whole";
-  if (asked.poRrn && !IsName(*asked.poRrn, kRrnWidth))
+  if (asked.poRrn && !client::IsReference(*asked.poRrn))
     return "the reference number is not 1 to 12 letters and digits";
   return "";
 }
@@ -92,6 +79,7 @@ struct Till::Impl {
 static_assert(std::atomic<bool>::is_always_lock_free, "breakOff is called from signal handlers");
 
 void Till::Impl::Load() {
+  oDetail.clear();
   std::unique_ptr<client::Library> library = client::Library::Load(oOptions.library, oFault, oDetail);
   if (!library) return;
   auto session = std::make_unique<client::Session>(std::move(library), oOptions.config);
@@ -127,8 +115,7 @@ Outcome Till::Impl::Ask(const Asked& asked, const Callbacks& callbacks) {
 }
 
 Outcome Till::Impl::Send(tEFTPWorkId id, std::string_view data, const Callbacks& callbacks) {
-  if (!IsName(oOptions.terminal, kTidWidth))
-    return Wrong("the terminal id is not 1 to 10 letters and digits");
+  if (!client::IsTid(oOptions.terminal)) return Wrong("the terminal id is not 1 to 10 letters and digits");
   constexpr std::chrono::seconds longest = std::chrono::hours(24);
   std::chrono::seconds pause = std::clamp(oOptions.pause, std::chrono::seconds(0), longest);
   client::Request request = {id, oOptions.terminal, tString(data), static_cast<int>(pause.count())};
@@ -137,8 +124,7 @@ Outcome Till::Impl::Send(tEFTPWorkId id, std::string_view data, const Callbacks&
   return outcome;
 }
 
-// Every request of every Till passes here: before it goes out nothing of it has happened, and after it its outcome is
-// known. client::MovesMoney tells the ones that a record of payments is about. Null: the answer that is still out.
+// Every request of every Till passes here. Null: the answer that is still out.
 Outcome Till::Impl::Carry(const client::Request* request, const Callbacks& callbacks) {
   if (fBusy || !poRoad) return NotReady();
   Busy busy(fBusy);
@@ -185,55 +171,58 @@ LoadFault Till::loadFault() const noexcept { return poImpl->oFault; }
 const std::string& Till::loadDetail() const noexcept { return poImpl->oDetail; }
 
 Outcome Till::sale(Amount amount, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidSale, &amount}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidSale, .poAmount = &amount}, callbacks);
 }
 
 Outcome Till::sale(Amount amount, Track2 card, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidSale, &amount, nullptr, &card}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidSale, .poAmount = &amount, .poCard = &card}, callbacks);
 }
 
 Outcome Till::refund(Amount amount, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidCredit, &amount}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidCredit, .poAmount = &amount}, callbacks);
 }
 
 Outcome Till::refund(Amount amount, Track2 card, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidCredit, &amount, nullptr, &card}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidCredit, .poAmount = &amount, .poCard = &card}, callbacks);
 }
 
 Outcome Till::preauthorise(Amount amount, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidPreA, &amount}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidPreA, .poAmount = &amount}, callbacks);
 }
 
 Outcome Till::preauthorise(Amount amount, Track2 card, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidPreA, &amount, nullptr, &card}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidPreA, .poAmount = &amount, .poCard = &card}, callbacks);
 }
 
 Outcome Till::reverse(std::string_view rrn, Amount amount, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidRevSale, &amount, &rrn}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidRevSale, .poAmount = &amount, .poRrn = &rrn}, callbacks);
 }
 
 Outcome Till::reversePart(std::string_view rrn, Amount amount, Amount part, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidRevSale, &amount, &rrn, nullptr, &part}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidRevSale, .poAmount = &amount, .poRrn = &rrn, .poPart = &part},
+                     callbacks);
 }
 
 Outcome Till::voidPayment(std::string_view rrn, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidVoid, nullptr, &rrn}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidVoid, .poRrn = &rrn}, callbacks);
 }
 
 Outcome Till::transaction(std::string_view rrn, const Callbacks& callbacks) {
-  return poImpl->Ask({eEFTPwidTransDt, nullptr, &rrn}, callbacks);
+  return poImpl->Ask({.oId = eEFTPwidTransDt, .poRrn = &rrn}, callbacks);
 }
 
 Outcome Till::lastTransaction(const Callbacks& callbacks) { return transaction(kLastTransaction, callbacks); }
 
-Outcome Till::login(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidLogin}, callbacks); }
+Outcome Till::login(const Callbacks& callbacks) { return poImpl->Ask({.oId = eEFTPwidLogin}, callbacks); }
 
-Outcome Till::totals(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidFinAmount}, callbacks); }
+Outcome Till::totals(const Callbacks& callbacks) {
+  return poImpl->Ask({.oId = eEFTPwidFinAmount}, callbacks);
+}
 
-Outcome Till::endOfDay(const Callbacks& callbacks) { return poImpl->Ask({eEFTPwidFinDay}, callbacks); }
+Outcome Till::endOfDay(const Callbacks& callbacks) { return poImpl->Ask({.oId = eEFTPwidFinDay}, callbacks); }
 
 Outcome Till::raw(std::string_view workId, std::string_view data, const Callbacks& callbacks) {
-  if (!IsWorkId(workId)) return poImpl->Wrong("the work id is not two printable ASCII characters");
+  if (!client::IsWorkId(workId)) return poImpl->Wrong("the work id is not two printable ASCII characters");
   return poImpl->Send(static_cast<tEFTPWorkId>(EFTPWId(workId[0], workId[1])), data, callbacks);
 }
 

@@ -24,7 +24,7 @@ namespace {
 constexpr char kLibrary[] = "libzat_ms.so";
 constexpr char kFromInput[] = "-";
 constexpr char kPaid[] = "paid", kNotPaid[] = "not-paid";
-constexpr size_t kTidWidth = 10, kRrnWidth = 12, kWorkIdWidth = 2, kTrack2Width = 37;
+constexpr size_t kTrack2Width = 37;
 constexpr int kCardDigits = 13; // so many digits in a word may be a card number
 constexpr int kMaxWait = 3600;
 
@@ -82,12 +82,6 @@ tString WorkIdOf(const CommandRow& command) {
   return {static_cast<char>(command.oId >> 8), static_cast<char>(command.oId)};
 }
 
-bool IsAlnum(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-bool IsName(const tString& text, size_t limit) {
-  return !text.empty() && text.size() <= limit && std::all_of(text.begin(), text.end(), IsAlnum);
-}
-
 // A word of the user for a complaint about it. A card number in the wrong place is not shown again.
 tString Shown(tString word) {
   tString digits = word;
@@ -138,13 +132,8 @@ tString CheckWait(const tString& text, std::chrono::seconds& pause) {
   return good ? "" : Say(Text::BadWait, Shown(text));
 }
 
-bool IsWorkId(const tString& text) {
-  return text.size() == kWorkIdWidth &&
-         std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
-}
-
 tString CheckRaw(const Options& options, const tString& charset, Order& order) {
-  if (!IsWorkId(options.oWorkId)) return Say(Text::BadWorkId, Shown(options.oWorkId));
+  if (!client::IsWorkId(options.oWorkId)) return Say(Text::BadWorkId, Shown(options.oWorkId));
   order.oWorkId = options.oWorkId;
   client::Charset toWire(client::kCp1251, charset);
   if (!toWire.Fits(options.oData)) return Say(Text::BadData);
@@ -191,10 +180,10 @@ tString MakeOrder(const CommandRow& command, const Options& options, const tStri
   if (options.oTid) order.oTid = client::TerminalInJournal(*options.oTid);
 
   tString complaint = CheckWait(options.oWait, order.oTill.pause);
-  if (complaint.empty() && !IsName(order.oTill.terminal, kTidWidth))
+  if (complaint.empty() && !client::IsTid(order.oTill.terminal))
     complaint = Say(Text::BadTid, Shown(order.oTill.terminal));
   if (complaint.empty() && Has(command, eAmount)) complaint = CheckAmount(options.oAmount, order.oAmount);
-  if (complaint.empty() && Has(command, eRrn) && !IsName(options.oRrn, kRrnWidth))
+  if (complaint.empty() && Has(command, eRrn) && !client::IsReference(options.oRrn))
     complaint = Say(Text::BadRrn, Shown(options.oRrn));
   if (complaint.empty() && order.oTrack2) complaint = CheckTrack2(*order.oTrack2);
   if (complaint.empty() && Has(command, eEntry)) complaint = CheckEntry(options, order);
