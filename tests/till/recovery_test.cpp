@@ -6,6 +6,7 @@
 
 #include "runner.h"
 #include "updates/killer.h"
+#include "utilf.h"
 
 using nlohmann::json;
 using testing::HasSubstr;
@@ -93,7 +94,7 @@ TEST(Recovery, WhatTheTerminalCannotTellAPersonSettles) {
   EXPECT_EQ(journal["entries"][0]["toldBy"], "person");
 }
 
-// A response came, and then the link was lost: the terminal is asked by the reference number, whatever followed.
+// A response came, and then the till was killed: the terminal is asked by the reference number, whatever followed.
 TEST(Recovery, ByTheReferenceNumberWhenItIsKnown) {
   const std::string response = "block 60 0000000125000643" + []() {
     char now[16];
@@ -101,8 +102,11 @@ TEST(Recovery, ByTheReferenceNumberWhenItIsKnown) {
     strftime(now, sizeof now, "%Y%m%d%H%M%S", localtime(&t));
     return std::string(now);
   }() + "00000000001234561234567890100A1B2C3\\e4000001234567899=2512\\eVISA\\eyes\\e\n";
-  ScriptedTill till(response + "stop XL lost\n");
-  EXPECT_EQ(till.Run("sale 1250").iExit, 5);
+  ScriptedTill till(response + "mark waiting\nsleep 60000\n");
+  till.Start("sale 1250");
+  ASSERT_TRUE(till.WaitFor("waiting"));
+  till.Kill();
+  till.Finish();
   EXPECT_EQ(Journal(till)["entries"][0]["rrn"], "612345678901");
   EXPECT_THAT(till.oScratch.Get("till.jnl"), Not(HasSubstr("7899")));
 
@@ -116,12 +120,35 @@ TEST(Recovery, ByTheReferenceNumberWhenItIsKnown) {
   EXPECT_EQ(json::parse(till.Run("recover --json").oOut)["entries"][0]["state"], "approved");
 }
 
-TEST(Recovery, OverALink) {
+// The module of a till that was killed may go on for a while; it has the last word.
+TEST(Recovery, WaitsForATerminalThatIsAtWork) {
   InstalledTill till;
-  LinkedTerminal terminal(till);
+  EXPECT_EQ(till.Run("sale 1.77").iExit, 5);
+  const pid_t atWork = fork();
+  if (atWork == 0) {
+    tryflock((till.oScratch / "cid1.lck").c_str());
+    till.oScratch.Put("record", "held");
+    for (;;) pause();
+  }
+  ASSERT_TRUE(till.WaitFor("held"));
+  const Ran impatient = till.Run("recover --wait 0");
+  EXPECT_EQ(impatient.iExit, 5);
+  EXPECT_THAT(impatient.oOut, HasSubstr("could not be asked"));
+  till.oScratch.Put("BIN/zat_comm.log", "");
+  till.Start("recover");
+  EXPECT_TRUE(till.WaitFor("Already lock", "BIN/zat_comm.log"));
+  kill(atWork, SIGKILL);
+  EXPECT_EQ(till.Finish().iExit, 0);
+  waitpid(atWork, nullptr, 0);
+}
+
+TEST(Recovery, OverALink) {
+  InstalledTill till, other; // the terminal's own day, which the till's installation knows nothing of
+  LinkedTerminal terminal(other);
   EXPECT_EQ(till.Run("sale 12.77" + terminal.oPlace).iExit, 5);
   EXPECT_EQ(till.Run("recover").iExit, 0) << "the journal knows the way";
-  EXPECT_EQ(MadeByJournal(Journal(till)), MadeByTerminal(till));
+  EXPECT_EQ(MadeByJournal(Journal(till)), MadeByTerminal(other));
+  EXPECT_EQ(MadeByTerminal(other).size(), 1u);
 }
 
 TEST(Recovery, NothingIsSentThatCannotBeRecorded) {

@@ -82,6 +82,7 @@ public:
 
   void Type(char key) const { ASSERT_EQ(write(iTerminal, &key, 1), 1); }
   void Interrupt() const { kill(iChild, SIGINT); }
+  void Kill() const { kill(iChild, SIGKILL); }
   std::string Record() const { return oScratch.Get("record"); }
 
   Scratch oScratch;
