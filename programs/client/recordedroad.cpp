@@ -79,8 +79,6 @@ tString RootOf(const tString& library) {
   return directory;
 }
 
-bool IsLink(const tString& place) { return place.starts_with("tcp:") || place.starts_with("serial:"); }
-
 // How a journal calls a place: a library of its own installation has no name, so that the installation can be moved.
 tString PlaceInJournal(const tString& place, const tString& journal) {
   if (IsLink(place)) return place;
@@ -89,6 +87,8 @@ tString PlaceInJournal(const tString& place, const tString& journal) {
 }
 
 } // namespace
+
+bool IsLink(const tString& place) { return place.starts_with("tcp:") || place.starts_with("serial:"); }
 
 tString JournalOf(const tString& library) { return RootOf(library) + kJournal; }
 

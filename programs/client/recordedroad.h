@@ -39,6 +39,9 @@ private:
 // The journal that belongs to an installation, by the path of its library: till.jnl in the installation's root.
 tString JournalOf(const tString& library);
 
+// The place of a terminal, as the journal has it, is a link.
+bool IsLink(const tString& place);
+
 // A terminal id as the journal has it: without leading zeros, which the wire puts in front of every one.
 tString TerminalInJournal(const tString& tid);
 

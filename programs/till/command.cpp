@@ -173,7 +173,6 @@ tString MakeOrder(const CommandRow& command, const Options& options, const tStri
   order.procAsk = command.procAsk;
   order.procWork = command.procWork;
   order.fAll = options.fAll;
-  order.fPlaced = !options.oLib.empty() || !options.oLink.empty();
   if (!options.fNoJournal || order.procWork)
     order.oTill.journal =
         options.oJournal.empty() ? client::JournalOf(order.oTill.library) : options.oJournal;

@@ -25,10 +25,10 @@ struct Order {
   tString oLink;                    // a link to the terminal in place of the library; empty: none
   bool fJson = false, fRaw = false; // raw: a request of the user's own making
 
-  // What the commands about the journal take: one terminal only (empty: all), the place where the terminals are was
-  // given, all entries, one entry and whether it was paid.
+  // What the commands about the journal take: one terminal only (empty: all), all entries, one entry and whether it was
+  // paid.
   tString oTid;
-  bool fPlaced = false, fAll = false, fPaid = false;
+  bool fAll = false, fPaid = false;
   uint32_t uNumber = 0;
 
   // Does the work of a command about the journal; null: the command asks the terminal for something.

@@ -58,7 +58,7 @@ void Desk::LookForUnknown() {
 Outcome Desk::Carry() {
   if (!oOrder.oLink.empty()) return CarryByLink();
   Till till(oOrder.oTill);
-  SayFault(till.loadFault(), till.loadDetail());
+  oReport.oMessage = Explain(till.loadFault(), oOrder.oTill.library, till.loadDetail());
   return Ask(till);
 }
 
@@ -75,18 +75,6 @@ Outcome Desk::CarryByLink() {
 Outcome Desk::Ask(Till& till) {
   Watch watch([this](int count) { Press(count); }, [this] { Tick(); });
   return oOrder.procAsk(till, oOrder, MakeCallbacks());
-}
-
-void Desk::SayFault(LoadFault fault, const tString& detail) {
-  switch (fault) {
-  case LoadFault::None: return;
-  case LoadFault::Missing: oReport.oMessage = Say(Text::LibMissing, oOrder.oTill.library); return;
-  case LoadFault::Unreadable:
-    oReport.oMessage = Say(Text::LibUnreadable, oOrder.oTill.library, detail);
-    return;
-  case LoadFault::Foreign: oReport.oMessage = Say(Text::LibForeign, oOrder.oTill.library, detail); return;
-  case LoadFault::NoSession: oReport.oMessage = Say(Text::LibNoSession); return;
-  }
 }
 
 Callbacks Desk::MakeCallbacks() {

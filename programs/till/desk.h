@@ -22,7 +22,6 @@ private:
   Outcome CarryByLink();
   void LookForUnknown();
   Outcome Ask(Till& till);
-  void SayFault(LoadFault fault, const tString& detail);
   Callbacks MakeCallbacks();
   void Line(const tString& line, bool last);
   void Show(Status status, const tString& text);

@@ -4,11 +4,14 @@
 #include <map>
 #include <thread>
 
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "charset.h"
 #include "entrytext.h"
 #include "linksession.h"
+#include "recordedroad.h"
 #include "texts.h"
 
 namespace zat::till {
@@ -66,6 +69,7 @@ Terminal TerminalOf(const Entry& entry) { return {entry.oIntent.oTid, entry.oInt
 struct Answer {
   client::Told oTold;
   Outcome oOutcome;
+  tString oWhy; // in words, why the answer is none
 };
 
 // YYYYMMDDhhmmss, local time; -1 for anything else.
@@ -107,7 +111,7 @@ private:
   bool IsAsked(const Entry& entry) const { return oOrder.oTid.empty() || entry.oIntent.oTid == oOrder.oTid; }
   void AskAbout(const Terminal& terminal, const Entries& entries);
   Answer Ask(const Terminal& terminal, const tString& ref) const;
-  Outcome AskOnce(const Terminal& terminal, const tString& ref, const Callbacks& callbacks) const;
+  Answer AskOnce(const Terminal& terminal, const tString& ref) const;
   void Close(const Terminal& terminal, const std::map<tString, Answer>& answers);
   void Tell(const JournalState& state);
 
@@ -117,37 +121,44 @@ private:
   std::vector<Found> oFound;
 };
 
-Outcome Recovery::AskOnce(const Terminal& terminal, const tString& ref, const Callbacks& callbacks) const {
+// Where the journal says that the terminal is, unless that has moved: a link that is given stands for every recorded
+// link, and the library of this order for one that is not there any more.
+Answer Recovery::AskOnce(const Terminal& terminal, const tString& ref) const {
   TillOptions options = oOrder.oTill;
   options.terminal = terminal.oTid;
   options.journal.clear();
-  const tString place = oOrder.fPlaced ? oOrder.oLink : terminal.oPlace;
-  const bool link = place.find(':') != tString::npos && place[0] != '/';
-  if (!link && !oOrder.fPlaced && !place.empty()) options.library = place;
-  tString why;
-  const std::unique_ptr<Till> till = link ? TillByLink(options, place, why) : std::make_unique<Till>(options);
-  if (till) return ref.empty() ? till->lastTransaction(callbacks) : till->transaction(ref, callbacks);
-  Outcome outcome;
-  outcome.verdict = Verdict::Refused;
-  outcome.why = Why::NoLibrary;
-  outcome.text = why;
-  return outcome;
+  std::unique_ptr<Till> till;
+  Answer answer;
+  if (client::IsLink(terminal.oPlace)) {
+    const tString& place = oOrder.oLink.empty() ? terminal.oPlace : oOrder.oLink;
+    till = TillByLink(options, place, answer.oWhy);
+    if (!till) answer.oWhy = Say(Text::LinkClosed, place, answer.oWhy);
+  } else {
+    if (access(terminal.oPlace.c_str(), F_OK) == 0) options.library = terminal.oPlace;
+    till = std::make_unique<Till>(options);
+    answer.oWhy = Explain(till->loadFault(), options.library, till->loadDetail());
+  }
+  if (!answer.oWhy.empty()) return answer;
+  bool noReference = false;
+  Callbacks callbacks;
+  callbacks.status = [&](Status status, const tString&) { noReference |= status == Status::NoReference; };
+  answer.oOutcome = ref.empty() ? till->lastTransaction(callbacks) : till->transaction(ref, callbacks);
+  answer.oTold = ToldBy(answer.oOutcome, noReference);
+  answer.oWhy = Explain(answer.oOutcome);
+  return answer;
 }
 
 // The module of the till that was killed may still be at work: its terminal id is free when it has ended, and only then
 // its word is final.
 Answer Recovery::Ask(const Terminal& terminal, const tString& ref) const {
   const auto limit = std::chrono::steady_clock::now() + oOrder.oTill.pause;
-  for (;;) {
-    bool noReference = false;
-    Callbacks callbacks;
-    callbacks.status = [&](Status status, const tString&) { noReference |= status == Status::NoReference; };
-    Outcome outcome = AskOnce(terminal, ref, callbacks);
-    const bool busy = outcome.verdict == Verdict::Refused && outcome.why == Why::NoModule;
-    if (!busy || std::chrono::steady_clock::now() >= limit) return {ToldBy(outcome, noReference), outcome};
+  Answer answer = AskOnce(terminal, ref);
+  while (answer.oOutcome.why == Why::NoModule && std::chrono::steady_clock::now() < limit) {
     oScreen.Live(Say(Text::WaitsForModule));
     std::this_thread::sleep_for(kBusyPause);
+    answer = AskOnce(terminal, ref);
   }
+  return answer;
 }
 
 // The journal is read again after the answer: what was begun before it was given is in there.
@@ -157,7 +168,7 @@ void Recovery::Close(const Terminal& terminal, const std::map<tString, Answer>& 
   Entries own;
   std::copy_if(state.oEntries.begin(), state.oEntries.end(), std::back_inserter(own),
                [&](const Entry& entry) { return TerminalOf(entry) == terminal; });
-  const client::Question question = {&own, time(nullptr), terminal.oPlace.find(':') == tString::npos};
+  const client::Question question = {&own, time(nullptr), !client::IsLink(terminal.oPlace)};
   for (const Entry& entry : own) {
     const auto answer = answers.find(client::ReferenceOf(entry));
     if (!entry.IsUnknown()) continue;
@@ -167,7 +178,7 @@ void Recovery::Close(const Terminal& terminal, const std::map<tString, Answer>& 
                    {}};
     found.oWhy = Explain(found.oRuling.oGround);
     if (found.oRuling.oGround == Ground::NoAnswer && answer != answers.end())
-      found.oWhy += " " + Explain(answer->second.oOutcome);
+      found.oWhy += " " + answer->second.oWhy;
     if (found.oRuling.oEnding.oFate != Fate::Unknown) {
       if (oJournal.Settle(entry.uNumber, found.oRuling.oEnding)) {
         found.oEntry.oEnding = found.oRuling.oEnding;

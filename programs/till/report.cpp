@@ -150,6 +150,17 @@ tString Explain(const Outcome& outcome) {
   return words.substr(0, words.find_last_not_of(' ') + 1);
 }
 
+tString Explain(LoadFault fault, const tString& library, const tString& detail) {
+  switch (fault) {
+  case LoadFault::None: break;
+  case LoadFault::Missing: return Say(Text::LibMissing, library);
+  case LoadFault::Unreadable: return Say(Text::LibUnreadable, library, detail);
+  case LoadFault::Foreign: return Say(Text::LibForeign, library, detail);
+  case LoadFault::NoSession: return Say(Text::LibNoSession);
+  }
+  return "";
+}
+
 tString ForPeople(const Report& report) {
   const Outcome& outcome = report.oOutcome;
   const Response* response = outcome.response ? &*outcome.response : nullptr;

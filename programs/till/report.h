@@ -35,6 +35,9 @@ tString ExitCodesHelp();
 // The ground of an outcome in words: code and text of the bank, the terminal or the library with it.
 tString Explain(const Outcome& outcome);
 
+// What kept a library from being used, in words; "" when nothing did.
+tString Explain(LoadFault fault, const tString& library, const tString& detail);
+
 // What is printed after the receipt, lines ending in '\n'.
 tString ForPeople(const Report& report);
 

@@ -95,12 +95,9 @@ constexpr TextRow kTexts[] = {
      "reach the terminal over this link, without the library: tcp:HOST:PORT or "
      "serial:DEVICE[,SPEED[,8N1[,none]]]",
      "связь с терминалом напрямую, без библиотеки: tcp:HOST:PORT или serial:DEVICE[,SPEED[,8N1[,none]]]"},
-    {Text::CmdJournal, "show the journal of payments, those with an unknown outcome first",
-     "журнал оплат, сначала те, чей итог неизвестен"},
-    {Text::CmdRecover, "ask the terminal for payments whose outcome is unknown; moves no money",
-     "спросить терминал об оплатах с неизвестным итогом; деньги не движутся"},
-    {Text::CmdSettle, "say what became of a payment that the terminal cannot tell about",
-     "сказать, чем кончилась оплата, о которой терминал сказать не может"},
+    {Text::CmdJournal, "show the journal, unknown outcomes first", "журнал оплат, сначала неизвестный итог"},
+    {Text::CmdRecover, "ask the terminal for unknown outcomes", "спросить терминал о неизвестном итоге"},
+    {Text::CmdSettle, "say yourself what became of a payment", "сказать самому, чем кончилась оплата"},
     {Text::OptJournal, "the journal of payments (default: till.jnl in the library's installation)",
      "журнал оплат (без ключа: till.jnl в установке библиотеки)"},
     {Text::OptNoJournal, "keep no journal: a payment whose outcome is lost leaves no trace here",
@@ -238,14 +235,18 @@ constexpr TextRow kTexts[] = {
     {Text::JournalEmpty, "The journal has no entries.", "В журнале нет записей."},
     {Text::NotOpen, "There is no payment {} with an unknown outcome.", "Оплаты {} с неизвестным итогом нет."},
     {Text::WarnOne,
-     "Payment {} has an unknown outcome ({}). Ask the terminal: zat_till recover. New payments are possible, but "
+     "Payment {} has an unknown outcome ({}). Ask the terminal: zat_till recover. New payments are possible, "
+     "but "
      "after one the terminal may not tell.",
-     "Итог оплаты {} неизвестен ({}). Спросите терминал: zat_till recover. Новые оплаты возможны, но после них "
+     "Итог оплаты {} неизвестен ({}). Спросите терминал: zat_till recover. Новые оплаты возможны, но после "
+     "них "
      "терминал может не ответить."},
     {Text::WarnSome,
-     "{} payments have an unknown outcome, the first is {} ({}). Ask the terminal: zat_till recover. New payments are "
+     "{} payments have an unknown outcome, the first is {} ({}). Ask the terminal: zat_till recover. New "
+     "payments are "
      "possible, but after one the terminal may not tell.",
-     "Итог неизвестен у оплат: {}, первая из них {} ({}). Спросите терминал: zat_till recover. Новые оплаты возможны, "
+     "Итог неизвестен у оплат: {}, первая из них {} ({}). Спросите терминал: zat_till recover. Новые оплаты "
+     "возможны, "
      "но после них терминал может не ответить."},
     {Text::NothingUnknown, "No payment has an unknown outcome.", "Оплат с неизвестным итогом нет."},
     {Text::AdviceSettle,
