@@ -83,8 +83,14 @@ zat_tool is for those who look after tills: it examines an installation,
 tells the log as exchanges, hides card numbers, takes messages apart and
 builds them.")
 zat_package(development zat-ms-dev "card payments for a cash desk - development files"
-"What a till is built with: the C header of the three functions, the C++
-header of the link facility, a CMake package and pkg-config files.")
+"What a till is built with: the C header of the three functions, the typed
+client for C++, the header of the link facility, a CMake package and
+pkg-config files.")
+zat_package(python python3-zat-ms "card payments for a cash desk - module for Python"
+"A till in Python takes card payments through libzat_ms.so: requests as
+iterators of events, amounts and outcomes as values, receipts as text. It
+needs nothing but the standard library."
+  CONTROL postinst prerm)
 zat_package(documentation zat-ms-doc "card payments for a cash desk - documentation"
 "Manual pages, completion for bash, and documents on running an installation,
 on updates and on the messages.")
@@ -92,11 +98,15 @@ on updates and on the messages.")
 set(CPACK_COMPONENT_SIMULATOR_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "passwd, acl")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS zat-ms-tools)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "zat-ms-simulator, zat-ms-doc")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "zat-ms-simulator, zat-ms-doc")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 

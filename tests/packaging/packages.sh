@@ -14,7 +14,7 @@ as_root() { if ((EUID)); then fakeroot -- "$@"; else "$@"; fi; }
 # ---- a root that knows this machine's packages, so that dependencies are checked for real ----
 mkdir -p "$root"/etc "$root"/var/lib/dpkg/{info,updates,triggers}
 touch "$root"/etc/{passwd,group,gshadow}
-awk -v RS= -v ORS='\n\n' '!/^Package: zat-ms/' /var/lib/dpkg/status >"$root/var/lib/dpkg/status"
+awk -v RS= -v ORS='\n\n' '!/^Package: (python3-)?zat-ms/' /var/lib/dpkg/status >"$root/var/lib/dpkg/status"
 install() {
   as_root dpkg --root="$root" --force-script-chrootless --log=/dev/null "$@" >"$scratch/log" 2>&1 ||
     { grep -v 'files list file' "$scratch/log"; fail "dpkg $*"; }
@@ -35,6 +35,11 @@ till sale 12.00 | grep APPROVED >/dev/null || fail "a sale"
 ((EUID)) || "$site/BIN/zat_tool" doctor -q || fail "the doctor after another user's sale"
 [[ -x $(readlink -f "$root$(readlink "$root/usr/bin/zat_tool")") ]] || fail "the link in the path"
 
+# ---- tills are built against what is installed, and take a payment ----
+export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$root/usr/lib/python3/dist-packages
+examples=$root/usr/share/doc/zat-ms/examples
+python3 "$examples/python/till.py" "$site/BIN/libzat_ms.so" 12.00 | grep APPROVED >/dev/null || fail "the till in Python"
+
 # ---- an upgrade keeps the administrator's settings and what tills have made, and takes new defaults ----
 echo '# ours' >>"$site/micromgl.cfg"
 next=1.0.0+next
@@ -51,7 +56,7 @@ grep -qa 'MicroS' "$site/BIN/zat_comm.log" || fail "the log after the upgrade"
 till sale 13.00 | grep APPROVED >/dev/null || fail "a sale after the upgrade"
 
 # ---- removal leaves settings and what tills have made, purging nothing ----
-names=$(dpkg-query --admindir="$root/var/lib/dpkg" -f '${Package} ' -W 'zat-ms*')
+names=$(dpkg-query --admindir="$root/var/lib/dpkg" -f '${Package} ' -W '*zat-ms*')
 install -r $names
 left=$(cd "$site" && find . -type f | sort | tr '\n' ' ')
 [[ $left == "./BIN/zat_comm.log ./DOWNLOAD/1/verslist.upd ./eftpos.cfg ./micromgl.cfg ./simulator-1.day ./simulator.cfg ./till.jnl " ]] ||
