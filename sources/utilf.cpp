@@ -175,12 +175,13 @@ private:
   };
 
   // Looks at the descriptor again before it is used: a host that closes every descriptor it does not know has closed
-  // ours too, and the number may be another file's now.
+  // ours too, and the number may be another file's now. Where the system cannot tell just now, the lock is still ours:
+  // forgotten, it would be held until the process ends.
   Entry* Look(FileId id) {
     for (Entry& entry : moEntry) {
       if (!entry.fd || !(entry.id == id)) continue;
       struct stat info;
-      if (fstat(entry.fd, &info) == 0 && IdOf(info) == id) return &entry;
+      if (fstat(entry.fd, &info) == 0 ? IdOf(info) == id : errno != EBADF) return &entry;
       entry = {};
     }
     return nullptr;
@@ -198,9 +199,11 @@ private:
   static void Drop(Entry& entry) {
     if (!entry.fd) return;
     struct stat info;
-    bool alive = fstat(entry.fd, &info) == 0 && IdOf(info) == entry.id;
-    if (alive && info.st_nlink > 0) return;
-    if (alive) Close(entry.fd);
+    const bool told = fstat(entry.fd, &info) == 0;
+    if (!told && errno != EBADF) return;
+    const bool same = told && IdOf(info) == entry.id;
+    if (same && info.st_nlink > 0) return;
+    if (same) Close(entry.fd);
     entry = {};
   }
 
@@ -299,13 +302,19 @@ int remflock(const char* pccName) {
   struct stat info = {};
   int fd = -1;
   Whose whose = lstat(Given(pccName), &info) == 0 ? oLocks.Remove(IdOf(info), &fd) : Whose::nobodys;
-  if (whose == Whose::nobodys) oLocks.Sweep(); // the file of a lock of ours may have been replaced
   if (whose == Whose::parents) {
     Close(fd); // only our copy: unlocking would unlock the parent
     return 0;
   }
   int result = fremove(pccName);
-  if (whose == Whose::ours) Release(fd);
+  if (whose == Whose::ours) {
+    Release(fd);
+  } else {
+    // The file of a lock of ours may have been replaced, or could not be looked at before it was removed.
+    int code = errno;
+    oLocks.Sweep();
+    errno = code;
+  }
   return result;
 }
 
