@@ -164,11 +164,15 @@ void SLogger::open(const char* pcFName, bool fClear) {
 
 void SLogger::Adopt(FILE* poNew) {
   struct stat info = {};
-  if (poNew) fstat(fileno(poNew), &info);
+  if (poNew && fstat(fileno(poNew), &info) != 0) info = {};
+  Identify(info);
+  poOut = poNew;
+}
+
+void SLogger::Identify(const struct stat& info) {
   oDevice = info.st_dev;
   oINode = info.st_ino;
   fMayBreak = !S_ISREG(info.st_mode);
-  poOut = poNew;
 }
 
 bool SLogger::IsOurs(const struct stat& info) const {
@@ -176,12 +180,15 @@ bool SLogger::IsOurs(const struct stat& info) const {
 }
 
 // False when the host has closed the log's descriptor, as daemons do with all that they do not know. The number may be
-// another file's by now, which is neither written nor closed.
-bool SLogger::StillOpen(struct stat* poHeld) const {
+// another file's by now, which is neither written nor closed. Where the system cannot tell, it is open: taken for
+// closed, the descriptor would never be given back.
+bool SLogger::StillOpen(struct stat* poHeld) {
   struct stat info = {};
-  bool open = fstat(fileno(poOut), &info) == 0 && IsOurs(info);
+  const bool told = fstat(fileno(poOut), &info) == 0;
+  const bool unknown = !told && errno != EBADF;
+  if (told && oINode == 0) Identify(info); // it could not be told when the file was opened
   if (poHeld) *poHeld = info;
-  return open;
+  return told ? IsOurs(info) : unknown;
 }
 
 // True when the open log may have another name by now. A till that starts moves it only beyond the limit, and a second

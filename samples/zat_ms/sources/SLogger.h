@@ -88,8 +88,9 @@ struct SLogger {
 
 private:
   void Adopt(FILE* poNew);
+  void Identify(const struct stat& info);
   bool IsOurs(const struct stat& info) const;
-  bool StillOpen(struct stat* poHeld = nullptr) const;
+  bool StillOpen(struct stat* poHeld = nullptr);
   bool MayBeMoved(const struct stat& held);
   void Follow();
   void CheckSize(const char* pcFName);
