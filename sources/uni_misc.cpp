@@ -107,7 +107,8 @@ int WaitOrKill(pid_t child, uint64_t ms) {
   int status = -1;
   pid_t got;
   while ((got = waitpid(child, &status, WNOHANG)) == 0 || (got < 0 && errno == EINTR)) {
-    if (!killed && TicksEnd(begin, ms)) killed = kill(-child, SIGKILL) == 0;
+    // Alone where it could not become the leader of a group: what it has started is not found then.
+    if (!killed && TicksEnd(begin, ms)) killed = kill(-child, SIGKILL) == 0 || kill(child, SIGKILL) == 0;
     SleepMS(1);
   }
   return got == child ? status : -1;
