@@ -336,7 +336,9 @@ bool LinkListener::Accept(Link& oLink, tTicks iMs) {
   if (iFd < 0 || !PollFd(iFd, POLLIN, iMs)) return false;
   const int fd = AcceptTcp(iFd);
   tString why;
-  return fd >= 0 && oLink.Adopt(fd, why);
+  const bool taken = fd >= 0 && oLink.Adopt(fd, why);
+  if (fd >= 0 && !taken) close(fd);
+  return taken;
 }
 
 int LinkListener::Port() const {
