@@ -17,6 +17,7 @@ constexpr size_t kHeader = 1 + 2; // start byte + length
 constexpr int kForever = -1;
 constexpr int kSilenceMs = 30000; // a module that stops in the middle of a block for so long is dead or hangs
 constexpr int kPeerMs = 100;      // how often a wait asks whether the other side has ended
+constexpr int kTries = 3;         // of a read that fails although it should not
 constexpr int kFirstFree = 3;     // below are the standard descriptors, which any library may write to
 
 // Moves a new descriptor above the standard ones, and lets children inherit it or not. -1 on failure; the
@@ -53,13 +54,16 @@ bool Await(int iFd, short iEvents, int iMs) {
   }
 }
 
-// One read that never waits: the bytes moved, 0 when there are none yet, -1 when there will be none.
+// One read that never waits: the bytes moved, 0 when there are none yet, -1 when there will be none. A read that fails
+// for no reason that lasts is tried again: given up in the middle of a block, it would cost the till that block.
 ssize_t Take(int iFd, const iovec* poPieces, int iCount) {
-  ssize_t lGot;
-  do lGot = readv(iFd, poPieces, iCount);
-  while (lGot < 0 && errno == EINTR);
-  if (lGot > 0) return lGot;
-  return lGot < 0 && errno == EAGAIN ? 0 : -1;
+  ssize_t lGot = -1;
+  for (int iTries = 0; lGot < 0 && iTries < kTries; ++iTries) {
+    do lGot = readv(iFd, poPieces, iCount);
+    while (lGot < 0 && errno == EINTR);
+    if (lGot < 0 && errno == EAGAIN) return 0;
+  }
+  return lGot > 0 ? lGot : -1;
 }
 
 // One write that never waits: the bytes moved, 0 when there is no room, -1 when nobody can read them.
