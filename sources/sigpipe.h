@@ -23,9 +23,15 @@ public:
     if (!fOn) return;
     const int iErrno = errno;
     const timespec oNow{};
-    if (fRaised && !fKeep)
-      while (sigtimedwait(&oOnly, nullptr, &oNow) < 0 && errno == EINTR) {}
-    if (!sigismember(&oBefore, SIGPIPE)) pthread_sigmask(SIG_SETMASK, &oBefore, nullptr);
+    bool fTaken = true;
+    if (fRaised && !fKeep) {
+      int iGot;
+      do iGot = sigtimedwait(&oOnly, nullptr, &oNow);
+      while (iGot < 0 && errno == EINTR);
+      fTaken = iGot == SIGPIPE || errno == EAGAIN;
+    }
+    // One that could not be taken away stays held back: let in, it would end the host.
+    if (fTaken && !sigismember(&oBefore, SIGPIPE)) pthread_sigmask(SIG_SETMASK, &oBefore, nullptr);
     errno = iErrno;
   }
   SigPipeShield(const SigPipeShield&) = delete;
