@@ -130,6 +130,11 @@ bool UnnamedPipes::Close() {
   return true;
 }
 
+void UnnamedPipes::HangUp() {
+  if (miHLoc[1] != -1 && !fImported) close(miHLoc[1]);
+  miHLoc[1] = -1;
+}
+
 int UnnamedPipes::Read(void* pvIn, int iLen) {
   if (miHLoc[0] == -1 || iLen <= 0) return 0;
   const iovec oPiece{pvIn, static_cast<size_t>(iLen)};

@@ -102,6 +102,10 @@ struct UnnamedPipes {
   // Unframed: waits without limit for room, then returns iLen.
   int WriteBlock(const void* pvOut, int iLen, tBType oBT);
 
+  // Ends what this side writes: the other side reads what is on its way, and then finds the end. What it writes itself
+  // can still be read. An imported descriptor is only forgotten.
+  void HangUp();
+
   // Closes the channel: own local descriptors and the other side's; imported ones are only forgotten. Always
   // true.
   bool Close();

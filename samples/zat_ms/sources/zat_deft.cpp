@@ -215,6 +215,8 @@ void eftp_destroy(void* pvSelf) {
   MicroSMan* man = pvSelf && MicroSMan::ItIsMe(pvSelf) ? static_cast<MicroSMan*>(pvSelf) : nullptr;
   // From within its own idle callback it would pull the session from under eftp_do.
   if (man && man->iIn == 0) {
+    // A module that waits for a word of this till must learn that none will come, or both would wait for each other.
+    man->oUP.HangUp();
     DoAuthE(&man->oMSGD);
     delete man;
     outcome = "[eftp_destroy] ok";
@@ -263,7 +265,8 @@ tString LocalText(const tMesgRm& row, const tString& moduleText) {
 bool eftp_msgmod(char* pchOutBuffer, tEFTErr oErr, long lCP) {
   bool visible = oErr == eEFTEnone || oErr == eEFTEfinok || oErr == eEFTEfiner;
   if (!pchOutBuffer || !visible) return false;
-  if (EFTPWId(pchOutBuffer[0], pchOutBuffer[1]) != eEFTPwidRubad) return false; // nearly every block: no message
+  if (EFTPWId(pchOutBuffer[0], pchOutBuffer[1]) != eEFTPwidRubad)
+    return false; // nearly every block: no message
   tEFTPWorkId workId = eEFTPwidNone;
   tString id;
   int announced = 0;
