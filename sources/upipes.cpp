@@ -238,6 +238,7 @@ bool UnnamedPipes::FindStart(bool fCanBreak, const char* mcSysC) {
     }
     const bool fNoise = lRest == 0;
     const bool fEnd = mcBytes[lGot - 1] == mcSysC[1];
+    explicit_bzero(mcBytes, static_cast<size_t>(lGot)); // of a block that nobody reads: it may name a card
     Consumed(static_cast<size_t>(lGot));
     if (fNoise && fCanBreak) return false;
     if (!fNoise && lRest == 0 && !fEnd) lRest = 1; // the block goes on until its end byte

@@ -11,14 +11,8 @@ struct tCard {
   size_t lOfs, lSize; // the number, and the rest of the track behind it
 };
 
-// What counts as a card number:
-//   13 to 19 digits with the right check digit, with first digits and a length that cards have, in one run or in the
-//   groups in which cards print them (4 4 4 4, 4 6 5, 4 6 4), parted by single blanks or dashes;
-//   13 to 19 digits before '=' or 'D' and a plausible expiry date, which is a track 2, whatever the check digit says;
-//   the digits that stand where a message of the log ("... ReadBlock: ...") has its card data.
-// What does not, although one in ten has the right check digit: fixed fields of a message (amount, merchant, date,
-// reference), numbers that begin with 0 (filled fields), with 1 (clocks) or with 20 (dates), addresses after 0x, and
-// runs of 20 digits or more.
+// What FindCard (cardtext.h) finds, and in messages of the log ("... ReadBlock: ...") the digits that stand where such a
+// message has its card data; its other fixed fields (amount, merchant, date, reference) are what their names say.
 // In the order of their places.
 std::vector<tCard> FindCards(std::string_view oText);
 

@@ -37,7 +37,17 @@ TEST(LogMask, HidesCardDataWhereItCanStandAndNothingElse) {
       {Message("38", "1CARDMV014000001234567899"), Message("38", "1CARDMV01****************")},
       {Message("38", "1CARDMV014000001234567899=2512"), Message("38", "1CARDMV01************7899=****")},
       {Message("38", "1CARDMV01123=2512 x"), Message("38", "1CARDMV01123=**** x")},
-      {Message("38", "1CARD4000001234567899"), Message("38", "1CARD4000001234567899")},
+      // In text fields by the digits themselves, in groups, with an expiry date beside; elsewhere not.
+      {Message("38", "1CARD4000001234567899"), Message("38", "1CARD************7899")},
+      {Message("32", "1Card 4000 0012 3456 7899 EXP 12/25 21/11/26"),
+       Message("32", "1Card **** **** **** 7899 EXP **/** 21/11/26")},
+      {Message("20", "4000001234567899"), Message("20", "************7899")},
+      {Message("37", "4000001234567899"),
+       Message("37", "************7899")}, // begins in fields that are too short
+      {Message("23", "400000123456789900000000"), Message("23", "400000123456789900000000")},
+      {Message("36", "00" + track + "\x1B"), Message("36", "00" + hidden + "\x1B")},
+      {Message("9Z", "4000001234567898 20261121133003 000000000000018"),
+       Message("9Z", "4000001234567898 20261121133003 000000000000018")},
       {"short", "short"},
   };
   for (const auto& c : cases) EXPECT_EQ(Masked(c.message), c.expected);

@@ -1,6 +1,7 @@
 // Card data: what splits a track and what hides it.
 #include "EFTPLinkLog.h"
 #include "EFTPWork.h"
+#include "cardtext.h"
 #include "fuzz.h"
 #include "logmask.h"
 #include "util.h"
@@ -47,6 +48,10 @@ FUZZ_TARGET(cards) {
   const std::string message = in.Rest(), shown = Shown(message);
   FUZZ_HOLDS(shown.size() == message.size());
   FUZZ_HOLDS(Shown(shown) == shown);
+  tString text = message;
+  zat::tCardPlace place;
+  zat::HideCards(text, 0);
+  FUZZ_HOLDS(text.size() == message.size() && !zat::FindCard(text, 0, place));
   for (size_t i = 0; i < shown.size(); ++i) FUZZ_HOLDS(shown[i] == message[i] || shown[i] == '*');
   FUZZ_HOLDS(zat::LinkLogBytes(message, "\x10\x02", "\x10\x03").size() == message.size() * 3);
   FUZZ_HOLDS(zat::LinkLogBytes(message, "", "").size() == message.size() * 3);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "SLogger.h"
+#include "cardtext.h"
 #include "logmask.h"
 #include "util.h"
 #include "utilf.h"
@@ -39,12 +40,19 @@ int LeftMs(tTicks start, tTicks limit, tTicks now) {
 
 const char* Bytes(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
 
-void LogMasked(const char* title, const unsigned char* message, int length) {
+// Without memory for the log's copy the line is lost, and nothing else.
+void LogMasked(const char* title, const unsigned char* message, size_t length) try {
   if (!GSWants(150)) return;
-  WipedText copy(message, static_cast<size_t>(length));
+  WipedText copy(message, length);
   MaskForLog(copy);
-  GSData(150, title, copy.oText.data(), length);
-}
+  GSData(150, title, copy.oText.data(), static_cast<int>(length));
+} catch (...) {}
+
+void LogGreeting(const unsigned char* greeting, size_t length) try {
+  WipedText copy(greeting, length);
+  HideCards(copy.oText, 0);
+  GSLog(150, "[MicroS] B: %s", copy.oText.c_str());
+} catch (...) {}
 
 } // namespace
 
@@ -139,11 +147,13 @@ tEFTErr Exchange::StartModule() {
 // The module says who it is before it takes a request. What it says is for the log alone.
 tEFTErr Exchange::AwaitGreeting() {
   unsigned char greeting[kGreetingMax + 1] = {};
-  if (Read(greeting, kGreetingMax, kGreetingMs, nullptr) == 0) {
+  int length = Read(greeting, kGreetingMax, kGreetingMs, nullptr);
+  if (length == 0) {
     GSLog(150, "[MicroS] No HELLO response with TO=30s!");
     return eEFTElost; // pipes and module stay as they are: the next call goes on with them
   }
-  GSLog(150, "[MicroS] B: %s", Bytes(greeting));
+  LogGreeting(greeting, static_cast<size_t>(length));
+  explicit_bzero(greeting, sizeof greeting);
   return eEFTEnone;
 }
 
@@ -155,10 +165,7 @@ tEFTErr Exchange::SendRequest() {
   int length = dataLength + kHeader;
   // Its result does not matter: a module that did not get the request will not answer either.
   self.oUP.WriteBlock(in, length, UnnamedPipes::eBTver0);
-  try {
-    LogMasked("[MicroS] WriteBlock: ", reinterpret_cast<unsigned char*>(in), length);
-  } catch (...) { // no memory for the log's copy: the request is under way all the same
-  }
+  LogMasked("[MicroS] WriteBlock: ", reinterpret_cast<unsigned char*>(in), static_cast<size_t>(length));
   return eEFTEnone;
 }
 
@@ -227,7 +234,7 @@ void Exchange::LogBlock() {
   } else if (workId >= eEFTPwidRfok && workId <= eEFTPwidRhldrq) {
     GSLog(150, "[MicroS] ReadBlock: %c-%c", block[0], block[1]);
   } else {
-    LogMasked("[MicroS] ReadBlock: ", block, blockLength);
+    LogMasked("[MicroS] ReadBlock: ", block, static_cast<size_t>(blockLength));
   }
 }
 
@@ -249,8 +256,9 @@ void Exchange::LogFinDay() {
   for (size_t k = shown; k > 0; --k) {
     char title[64];
     snprintf(title, sizeof title, "[MicroS] : FinDay PL %zu/%zu: ", count - shown + k, count);
-    GSData(150, title, self.oPLlog.top().data(), static_cast<int>(self.oPLlog.top().size()));
-    WipeText(self.oPLlog.top());
+    tString& line = self.oPLlog.top();
+    LogMasked(title, reinterpret_cast<const unsigned char*>(line.data()), line.size());
+    WipeText(line);
     self.oPLlog.pop();
   }
 }

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "EFTPTable.h"
+#include "cardtext.h"
 #include "util.h"
 
 namespace zat {
@@ -55,8 +57,8 @@ void MaskFreeText(tString& text) {
   text.replace(mark + 4, card.size(), card);
 }
 
-// One row per kind of message that can carry card data: the first character of the work id, the second ones, and
-// what is hidden. Anything else goes into the log as it is.
+// One row per kind of message that has a place for card data: the first character of the work id, the second ones, and
+// what is hidden, whatever stands there.
 struct MaskRow {
   char cFirst;
   const char* pccSecond;
@@ -68,6 +70,21 @@ constexpr MaskRow kMasks[] = {
     {'6', "0", MaskResponse},
     {'3', "8", MaskFreeText},
 };
+
+// Where free text begins. What stands before it in fields of fixed width are amounts, dates, references and codes: a log
+// that hides them, because one number in ten has the check digit of a card, is no help in a dispute. In a message that
+// is not built as it should be nothing is known to be such a field.
+size_t FreeText(const tString& text) {
+  const tEFTPRow* row = EFTPRowOf(EFTPWId(text[0], text[1]));
+  size_t fixed = 0;
+  bool more = false;
+  for (size_t i = 0; row && i < row->oFields.size() && !more; ++i) {
+    more = row->oFields[i].oTake != eTakeFixed;
+    if (!more) fixed += row->oFields[i].lTake;
+  }
+  const size_t length = text.size() - kHeader;
+  return kHeader + (length == fixed || (more && length > fixed) ? fixed : 0);
+}
 
 } // namespace
 
@@ -86,6 +103,10 @@ void MaskForLog(WipedText& oCopy) {
   if (text.size() < kHeader) return;
   for (const MaskRow& row : kMasks)
     if (text[0] == row.cFirst && text[1] != '\0' && strchr(row.pccSecond, text[1])) row.procMask(text);
+  const size_t free = FreeText(text);
+  HideCards(text, free);
+  if (free < kHeader + kShortestCard)
+    HideCards(text, kHeader); // one that begins in fields too short to hold it
 }
 
 } // namespace zat

@@ -6,6 +6,8 @@
 //   request "16" "17" "1E"  12 amount, 6 authorisation code, track 2  track 2 from 14 + 12 + 6
 //   response "60"           59 fixed, code ESC, PAN=expiry ESC ...    the second variable field
 //   data "38"               free text, a card after "MV01"
+// Besides, any text field may hold what the terminal's people have put there: there the numbers are hidden that are
+// cards by their digits (cardtext.h). Fields of fixed width are shown as they are.
 #pragma once
 #include <cstddef>
 
@@ -17,13 +19,14 @@ namespace zat {
 class WipedText {
 public:
   WipedText(const unsigned char* pbData, size_t lLen);
+  explicit WipedText(size_t lRoom) { oText.reserve(lRoom); } // empty
   ~WipedText();
   WipedText(const WipedText&) = delete;
   WipedText& operator=(const WipedText&) = delete;
   tString oText;
 };
 
-// The message as the log may show it. pbMessage: lLen bytes, header first; shorter ones are copied as they are.
+// Makes of a message, header first, what the log may show of it. One without a whole header stays as it is.
 void MaskForLog(WipedText& oCopy);
 
 // Overwrites every byte of the string, its unused capacity included, and empties it.

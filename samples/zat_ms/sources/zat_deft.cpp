@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <string_view>
 
 #include <cxxabi.h>
 #include <pthread.h>
@@ -252,12 +253,13 @@ const tMesgRm* FindLocal(const tString& code, long codePage) {
   return nullptr;
 }
 
-// The till's text for a coded message: the row's own, or the module's with the row's phrase replaced.
-tString LocalText(const tMesgRm& row, const tString& moduleText) {
-  tString text = row.pccMsg;
-  size_t at = row.pccRep ? moduleText.find(row.pccRep) : tString::npos;
-  if (at != tString::npos) text = tString(moduleText).replace(at, strlen(row.pccRep), text);
-  return text;
+// Appends the till's text for a coded message: the row's own, or the module's with the row's phrase replaced.
+void AppendLocalText(tString& out, const tMesgRm& row, std::string_view moduleText) {
+  size_t at = row.pccRep ? moduleText.find(row.pccRep) : moduleText.npos;
+  bool within = at != moduleText.npos;
+  if (within) out += moduleText.substr(0, at);
+  out += row.pccMsg;
+  if (within) out += moduleText.substr(at + strlen(row.pccRep));
 }
 
 } // namespace
@@ -277,12 +279,14 @@ bool eftp_msgmod(char* pchOutBuffer, tEFTErr oErr, long lCP) {
   const tString code(pchOutBuffer + kHeader, kCodeLength);
   const tMesgRm* row = FindLocal(code, lCP);
   if (!row) return false;
-  tString data = code + LocalText(*row, tString(pchOutBuffer + kHeader + kCodeLength, length - kCodeLength));
-  data.resize(std::min(data.size(), kAnswerMax - kHeader));
-  tString block;
-  EFTPMakeHeader(block, workId, &id, &data);
+  // The module's text may name a card: nothing of it stays in memory, and what does not grow leaves no copies behind.
+  zat::WipedText data(2 * kAnswerMax), block(2 * kAnswerMax);
+  data.oText = code;
+  AppendLocalText(data.oText, *row, {pchOutBuffer + kHeader + kCodeLength, length - kCodeLength});
+  data.oText.resize(std::min(data.oText.size(), kAnswerMax - kHeader));
+  EFTPMakeHeader(block.oText, workId, &id, &data.oText);
   memset(pchOutBuffer, 0, length + kHeader);
-  memcpy(pchOutBuffer, block.data(), block.size());
+  memcpy(pchOutBuffer, block.oText.data(), block.oText.size());
   return true;
 }
 
