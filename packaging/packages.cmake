@@ -6,11 +6,11 @@ if(NOT newest MATCHES "^zat-ms \\(${PROJECT_VERSION}\\) ")
 endif()
 string(REGEX REPLACE "^ -- (.*>)  .*$" "\\1" CPACK_PACKAGE_CONTACT "${trailer}")
 
+cmake_path(ABSOLUTE_PATH root BASE_DIRECTORY /usr) # scripts and dpkg take absolute names alone
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zat-ms)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_SET_DESTDIR ON) # the installation lies outside the prefix
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${everybody})
@@ -34,7 +34,7 @@ function(zat_package component name summary description)
   foreach(source script IN ZIP_LISTS sources control)
     configure_file(${source} ${name}/${script} @ONLY FILE_PERMISSIONS ${everybody})
   endforeach()
-  if(its_CONFFILES AND IS_ABSOLUTE ${root}) # dpkg takes absolute names alone
+  if(its_CONFFILES)
     list(TRANSFORM its_CONFFILES PREPEND ${root}/)
     list(JOIN its_CONFFILES "\n" lines)
     file(CONFIGURE OUTPUT ${name}/conffiles CONTENT "${lines}\n")
