@@ -25,11 +25,11 @@ constexpr tTicks kLockMs = 5000; // an append takes milliseconds; who holds the 
 //
 //   B  number                                          entries of this file begin with this number; first record
 //   I  number time owner operation tid amount ref road   an intent
-//   N  number time fate code amount ref source           told before the end
-//   O  number time fate code amount ref source           the outcome
+//   N  number time fate code amount ref source at        told before the end
+//   O  number time fate code amount ref source at        the outcome
 //   L  number                                          an intent that was lost in a damaged file
 //
-// Times are seconds since 1970, amounts kopecks.
+// Times are seconds since 1970 ("at" is the terminal's), amounts kopecks.
 enum Kind : char { eBase = 'B', eIntent = 'I', eNote = 'N', eOutcome = 'O', eLost = 'L' };
 constexpr char kTab = '\t';
 constexpr size_t kCodeWidth = 8, kRefWidth = 12, kTidWidth = 10, kIdWidth = 2, kRoadWidth = 4096;
@@ -72,7 +72,7 @@ tString IntentRecord(const Entry& entry) {
 tString EndingRecord(char kind, uint32_t number, time_t when, const Ending& ending) {
   return Joined({tString(1, kind), Number(number), Number(static_cast<uint64_t>(when)), NameOf(ending.oFate),
                  Clean(ending.oCode, kCodeWidth), Number(ending.ulKopecks), Clean(ending.oRef, kRefWidth),
-                 Number(static_cast<uint64_t>(ending.oSource))});
+                 Number(static_cast<uint64_t>(ending.oSource)), Number(static_cast<uint64_t>(ending.oAt))});
 }
 
 std::vector<std::string_view> Split(std::string_view record) {
@@ -141,14 +141,16 @@ bool TakeIntent(const std::vector<std::string_view>& fields, Entry& entry) {
 }
 
 bool TakeEnding(const std::vector<std::string_view>& fields, Entry& entry) {
-  int64_t when;
+  int64_t when, at;
   unsigned source;
   Ending ending;
-  if (fields.size() != 8 || !ReadNumber(fields[2], when) || !ReadFate(fields[3], ending.oFate) ||
-      !ReadNumber(fields[5], ending.ulKopecks) || !ReadNumber(fields[7], source))
+  if (fields.size() != 9 || !ReadNumber(fields[2], when) || !ReadFate(fields[3], ending.oFate) ||
+      !ReadNumber(fields[5], ending.ulKopecks) || !ReadNumber(fields[7], source) ||
+      !ReadNumber(fields[8], at))
     return false;
   ending.oCode = fields[4];
   ending.oRef = fields[6];
+  ending.oAt = at;
   if (ending.oFate == Fate::Unknown && ending.oRef.empty()) { // what was told before is still true
     ending.oRef = entry.oEnding.oRef;
     ending.ulKopecks = entry.oEnding.ulKopecks;
@@ -267,7 +269,9 @@ Journal::Journal(const tString& name, size_t mostRecords)
     : oFile(name, kLogId), oOlder(name + ".old", kLogId), lMost(mostRecords) {}
 
 bool Journal::Failed() {
-  oFault = std::generic_category().message(errno);
+  const bool held = errno == EWOULDBLOCK; // the lock, for longer than an append takes
+  oFault =
+      held ? "another program does not let go of " + Name() + ".lck" : std::generic_category().message(errno);
   return false;
 }
 

@@ -65,6 +65,7 @@ struct Ending {
   uint64_t ulKopecks = 0; // as the terminal has it; 0: not told
   tString oRef;           // the payment's reference number; empty: not told
   Source oSource = Source::Till;
+  time_t oAt = 0; // when the payment was made, by the terminal's clock; 0: not told
 };
 
 struct Entry {

@@ -36,12 +36,30 @@ bool OwnsByReference(const Entry& entry, const Told& told) {
          std::abs(told.oWhen - entry.oWhen) <= kClocks;
 }
 
+// By how much the terminal's clock is surely ahead of the till's (below zero: behind), from the payments of the last two
+// days that both have a time of: each was made between its intent and its outcome. 0 when it cannot be said.
+time_t ClockAhead(const Entries& entries, time_t now) {
+  constexpr time_t kRecent = 48 * 60 * 60;
+  time_t least = -kClocks, most = kClocks;
+  for (auto entry = entries.rbegin(); entry != entries.rend() && entry->oWhen > now - kRecent; ++entry) {
+    const Ending& ending = entry->oEnding;
+    if (ending.oFate != Fate::Approved || ending.oSource != Source::Till || !ending.oAt || !entry->oTold)
+      continue;
+    const time_t low = std::max(least, ending.oAt - entry->oTold),
+                 high = std::min(most, ending.oAt - entry->oWhen);
+    if (low > high) break; // a clock was set in between
+    least = low;
+    most = high;
+  }
+  return least > 0 ? least : std::min<time_t>(most, 0);
+}
+
 // Never an older payment: not a second before the intent.
-bool OwnsByAmount(const Entry& entry, const Told& told) {
+bool OwnsByAmount(const Entry& entry, const Told& told, time_t ahead) {
   const bool open = entry.oEnding.oFate == Fate::Unknown || entry.oEnding.oFate == Fate::Approved;
+  const time_t after = told.oWhen - ahead - entry.oWhen;
   return IsPayment(entry) && open && entry.oEnding.oRef.empty() &&
-         entry.oIntent.ulKopecks == told.ulKopecks && told.oWhen >= entry.oWhen &&
-         told.oWhen - entry.oWhen <= kLongest;
+         entry.oIntent.ulKopecks == told.ulKopecks && after >= 0 && after <= kLongest;
 }
 
 struct Owner {
@@ -50,13 +68,15 @@ struct Owner {
 };
 
 // The youngest entry that fits. Within the second of its intent the payment may still be the one before, made as fast.
-Owner OwnerOf(const Entries& entries, const Told& told) {
+Owner OwnerOf(const Question& question, const Told& told) {
+  const Entries& entries = *question.poEntries;
+  const time_t ahead = ClockAhead(entries, question.oNow);
   Owner owner;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
     if (OwnsByReference(*entry, told)) return {&*entry, false};
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    if (!OwnsByAmount(*entry, told)) continue;
-    if (owner.poEntry) return {owner.poEntry, owner.poEntry->oWhen == told.oWhen};
+    if (!OwnsByAmount(*entry, told, ahead)) continue;
+    if (owner.poEntry) return {owner.poEntry, owner.poEntry->oWhen == told.oWhen - ahead};
     owner.poEntry = &*entry;
   }
   return owner;
@@ -81,12 +101,12 @@ Ruling Stays(Ground ground) { return {ground, {}}; }
 
 Ruling NotMade(const Question& question, const Entry& entry, Ground ground) {
   if (!question.fExclusive && question.oNow - entry.oWhen < kAtWork) return Stays(Ground::TooEarly);
-  return {ground, {Fate::NotMade, "", 0, "", Source::Terminal}};
+  return {ground, {Fate::NotMade, "", 0, "", Source::Terminal, 0}};
 }
 
 Ruling Made(const Told& told, Ground ground) {
   const Fate fate = told.oCode == kApproved ? Fate::Approved : Fate::Declined;
-  return {ground, {fate, told.oCode, told.ulKopecks, told.oRef, Source::Terminal}};
+  return {ground, {fate, told.oCode, told.ulKopecks, told.oRef, Source::Terminal, told.oWhen}};
 }
 
 Ruling JudgeByReference(const Question& question, const Entry& entry, const Told& told) {
@@ -106,7 +126,7 @@ Ruling JudgeByLast(const Question& question, const Entry& entry, const Told& tol
   if (told.oKind == Told::eNone)
     return MayBeForgotten(question, entry) ? Stays(Ground::DayClosed)
                                            : NotMade(question, entry, Ground::EmptyDay);
-  const Owner owner = OwnerOf(*question.poEntries, told);
+  const Owner owner = OwnerOf(question, told);
   if (!owner.poEntry)
     return told.oWhen < entry.oWhen - kClocks ? NotMade(question, entry, Ground::NothingSince)
                                               : Stays(Ground::OtherTill);

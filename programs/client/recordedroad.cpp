@@ -1,5 +1,6 @@
 #include "recordedroad.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
@@ -50,15 +51,20 @@ Intent IntentOf(const Request& request, const tString& place) {
 Ending EndingOf(Block& response) {
   Amount amount;
   ReadWireAmount(response.Field(abisTRamt), amount);
-  return {Fate::Unknown, response.Field(abisEFrcd), static_cast<uint64_t>(amount.inKopecks()),
-          WithoutFill(response.Field(abisTRrfn)), Source::Till};
+  return {Fate::Unknown,
+          response.Field(abisEFrcd),
+          static_cast<uint64_t>(amount.inKopecks()),
+          WithoutFill(response.Field(abisTRrfn)),
+          Source::Till,
+          TerminalTime(response.Field(abisTRdtt))};
 }
 
 Ending EndingOf(const Outcome& outcome) {
-  Ending ending = {FateOf(outcome.verdict), outcome.code, 0, "", Source::Till};
+  Ending ending = {FateOf(outcome.verdict), outcome.code, 0, "", Source::Till, 0};
   if (!outcome.response) return ending;
   ending.ulKopecks = static_cast<uint64_t>(outcome.response->amount.inKopecks());
   ending.oRef = outcome.response->rrn;
+  ending.oAt = TerminalTime(outcome.response->dateTime);
   return ending;
 }
 
@@ -89,6 +95,14 @@ tString PlaceInJournal(const tString& place, const tString& journal) {
 } // namespace
 
 bool IsLink(const tString& place) { return place.starts_with("tcp:") || place.starts_with("serial:"); }
+
+time_t TerminalTime(const tString& text) {
+  constexpr size_t kDigits = 14;
+  tm when{};
+  const char* end = text.size() == kDigits ? strptime(text.c_str(), "%Y%m%d%H%M%S", &when) : nullptr;
+  when.tm_isdst = -1;
+  return end && *end == 0 ? std::max<time_t>(0, mktime(&when)) : 0;
+}
 
 tString JournalOf(const tString& library) { return RootOf(library) + kJournal; }
 

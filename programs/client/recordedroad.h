@@ -39,6 +39,9 @@ private:
 // The journal that belongs to an installation, by the path of its library: till.jnl in the installation's root.
 tString JournalOf(const tString& library);
 
+// A time of the terminal, YYYYMMDDhhmmss, local; 0 for anything else.
+time_t TerminalTime(const tString& text);
+
 // The place of a terminal, as the journal has it, is a link.
 bool IsLink(const tString& place);
 

@@ -69,7 +69,10 @@ tString DirectoryOf(const tString& name) {
   return length ? name.substr(0, length) : ".";
 }
 
-bool SyncDirectory(const tString& name) { return Sync(DirectoryOf(name), O_DIRECTORY); }
+// Some file systems have nothing to do for a directory and say so.
+bool SyncDirectory(const tString& name) {
+  return Sync(DirectoryOf(name), O_DIRECTORY) || errno == EINVAL || errno == ENOTSUP;
+}
 
 } // namespace
 

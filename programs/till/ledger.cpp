@@ -72,20 +72,12 @@ struct Answer {
   tString oWhy; // in words, why the answer is none
 };
 
-// YYYYMMDDhhmmss, local time; -1 for anything else.
-time_t TimeOf(const tString& text) {
-  tm when{};
-  const char* end = text.size() == 14 ? strptime(text.c_str(), "%Y%m%d%H%M%S", &when) : nullptr;
-  when.tm_isdst = -1;
-  return end && *end == 0 ? mktime(&when) : -1;
-}
-
 client::Told ToldBy(const Outcome& outcome, bool noReference) {
   const bool answered = outcome.verdict == Verdict::Approved || outcome.verdict == Verdict::Declined;
   if (answered && outcome.response) {
     const Response& response = *outcome.response;
-    const time_t when = TimeOf(response.dateTime);
-    if (when == -1) return {};
+    const time_t when = client::TerminalTime(response.dateTime);
+    if (when == 0) return {};
     const auto kopecks = static_cast<uint64_t>(response.amount.inKopecks());
     return {client::Told::ePayment, kopecks, response.rrn, response.code, when};
   }

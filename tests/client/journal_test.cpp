@@ -28,7 +28,7 @@ namespace {
 
 const Intent kSale = {"10", "1", 125000, "", ""};
 
-Ending Approved(const std::string& ref) { return {Fate::Approved, "00", 125000, ref, Source::Till}; }
+Ending Approved(const std::string& ref) { return {Fate::Approved, "00", 125000, ref, Source::Till, 0}; }
 
 // For those who write thousands of times: where there is no disk to wait for.
 struct InMemory {
@@ -59,11 +59,11 @@ TEST(Journal, TellsWhatBecameOfEach) {
   EXPECT_EQ(journal.Begin(kSale), 3u);
   EXPECT_TRUE(journal.Note(1, Approved("R1")));
   EXPECT_EQ(Told(at / "till.jnl"), "1 unknown R1running\n2 unknown running\n3 unknown running\n");
-  EXPECT_TRUE(journal.Finish(1, {Fate::Unknown, "XL", 0, "", Source::Till}));
+  EXPECT_TRUE(journal.Finish(1, {Fate::Unknown, "XL", 0, "", Source::Till, 0}));
   EXPECT_EQ(Told(at / "till.jnl"), "1 unknown R1\n2 unknown running\n3 unknown running\n");
   EXPECT_TRUE(journal.Finish(1, Approved("R1")));
-  EXPECT_TRUE(journal.Finish(2, {Fate::Unknown, "XL", 0, "", Source::Till}));
-  EXPECT_TRUE(journal.Settle(2, {Fate::NotMade, "", 0, "", Source::Terminal}));
+  EXPECT_TRUE(journal.Finish(2, {Fate::Unknown, "XL", 0, "", Source::Till, 0}));
+  EXPECT_TRUE(journal.Settle(2, {Fate::NotMade, "", 0, "", Source::Terminal, 0}));
   EXPECT_TRUE(journal.Settle(2, Approved("R9"))) << "too late, and no failure";
   EXPECT_EQ(Told(at / "till.jnl"), "1 approved R1\n2 notMade \n3 unknown running\n");
 
@@ -169,7 +169,7 @@ TEST(Journal, GrowsToALimitAndForgetsNothingThatIsOpen) {
   for (uint32_t i = 1; i <= 60; ++i) {
     ASSERT_EQ(journal.Begin(kSale), i);
     if (i % 13 == 0) open += std::to_string(i) + " unknown Q\n";
-    const Ending lost = {Fate::Unknown, "XL", 0, "Q", Source::Till};
+    const Ending lost = {Fate::Unknown, "XL", 0, "Q", Source::Till, 0};
     ASSERT_TRUE(journal.Finish(i, i % 13 ? Approved("R") : lost));
     const std::string told = Told(at / "till.jnl");
     ASSERT_THAT(told, testing::HasSubstr(std::to_string(i)));
@@ -223,9 +223,9 @@ TEST(Journal, SurvivesATillThatIsKilledAtAnyChange) {
     for (const char* name : {"till.jnl", "till.jnl.old", "till.jnl.sent"}) std::filesystem::remove(at / name);
     Journal journal(file, 6);
     journal.Begin({"10", "1", 5, "", ""});
-    journal.Finish(1, {Fate::Unknown, "XL", 0, "", Source::Till});
+    journal.Finish(1, {Fate::Unknown, "XL", 0, "", Source::Till, 0});
     journal.Finish(journal.Begin(kSale), Approved("R2"));
-    ASSERT_TRUE(journal.Note(1, {Fate::Unknown, "", 0, "Q1", Source::Till}));
+    ASSERT_TRUE(journal.Note(1, {Fate::Unknown, "", 0, "Q1", Source::Till, 0}));
     killed = RunAndKillAt({"/proc/self/exe", work, "--gtest_also_run_disabled_tests", "--gtest_brief=1"},
                           kills + 1);
     SCOPED_TRACE("killed at change " + std::to_string(kills + 1));

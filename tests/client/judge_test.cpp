@@ -24,6 +24,13 @@ Entry Made(time_t at, uint64_t amount, Fate fate, const char* ref = "", const ch
   return entry;
 }
 Entry Open(time_t at, uint64_t amount, const char* ref = "") { return Made(at, amount, Fate::Unknown, ref); }
+// A minute before noon, by a terminal whose clock is so many seconds ahead: 3 s behind its intent, 5 s before its outcome.
+Entry Clocked(time_t ahead) {
+  Entry entry = Made(-60, 100, Fate::Approved, "R1");
+  entry.oEnding.oAt = entry.oWhen + 3 + ahead;
+  entry.oTold = entry.oWhen + 8;
+  return entry;
+}
 Entry Running(time_t at, uint64_t amount) {
   Entry entry = Open(at, amount);
   entry.fRunning = true;
@@ -70,6 +77,11 @@ TEST(Judge, EveryCase) {
       {"two unknown in one second", 0, {sale, Open(1, 500)}, LastOne(1, 500), TwoAlike},
       {"neither is taken for the other", 1, {sale, Open(1, 500)}, LastOne(1, 500), TwoAlike},
       {"a reference that comes again", 1, {Made(-kDay, 500, ok, "R9"), sale}, LastOne(1, 500), Last},
+      {"a clock that is known to be slow", 1, {Clocked(-300), sale}, LastOne(-295, 500), Last},
+      {"as far as it is known", 1, {Clocked(-300), sale}, LastOne(-298, 500), OtherTill},
+      {"one that is known to be fast", 1, {Clocked(300), sale}, LastOne(310, 500), Last},
+      {"by which it was before", 1, {Clocked(300), sale}, LastOne(290, 500), OtherTill},
+      {"a clock that was set since", 2, {Clocked(900), Clocked(-300), sale}, LastOne(-295, 500), Last},
       {"no payment today", 0, {sale}, kNone, EmptyDay},
       {"none since the end of day", 2, {Made(-30, 500, ok, "R9"), Made(-20, 0, Fate::Done, "", "21"), sale}, kNone, EmptyDay},
       {"the day was closed after it", 0, {sale, dayEnd}, kNone, DayClosed},
