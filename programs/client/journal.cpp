@@ -112,8 +112,10 @@ tString FirstLine(const tString& name) {
 // the same program, so the time of its start and the start of the machine belong to it.
 tString ProcessName(const tString& pid) {
   constexpr int kStartTime = 20; // blanks behind the program's name
-  tString stat = FirstLine("/proc/" + pid + "/stat");
+  const tString stat = FirstLine("/proc/" + pid + "/stat");
   size_t at = stat.rfind(')');
+  if (at == tString::npos || stat.compare(at, 3, ") Z") == 0)
+    return ""; // only its parent has not noticed yet
   for (int i = 0; i < kStartTime && at != tString::npos; ++i) at = stat.find(' ', at + 1);
   if (at == tString::npos) return "";
   const tString start = stat.substr(at + 1, stat.find(' ', at + 1) - at - 1);
@@ -354,8 +356,7 @@ bool Journal::Finish(uint32_t number, const Ending& ending) { return Tell(number
 bool Journal::Settle(uint32_t number, const Ending& ending) { return Tell(number, eOutcome, ending, true); }
 
 bool Journal::Read(JournalState& state) {
-  const Guard guard(
-      Name()); // one who may only read does without: what is being written looks unfinished then
+  const Guard guard(Name()); // who may only read does without: what is being written looks unfinished then
   Image image;
   if (!Load(image)) return false;
   state = image.State();

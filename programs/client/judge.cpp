@@ -7,8 +7,7 @@ namespace zat::client {
 namespace {
 
 constexpr char kApproved[] = "00";
-constexpr time_t kClocks =
-    65 * 60; // till and terminal may differ by an hour that one of them has put its clock on or back
+constexpr time_t kClocks = 65 * 60; // till and terminal may be apart by the hour of summer time, and a little
 constexpr time_t kLongest = 10 * 60; // from the intent to the time that the terminal gives a payment
 constexpr time_t kAtWork = 3 * 60;   // how long a terminal without a till may go on with a payment
 
@@ -82,19 +81,28 @@ Owner OwnerOf(const Question& question, const Told& told) {
   return owner;
 }
 
-// The day may have been closed after the entry, so that the terminal has forgotten it.
+bool Closes(const Entry& entry) {
+  return SortOf(entry.oIntent.oWorkId) == Sort::DayEnd && entry.oEnding.oFate != Fate::NotSent;
+}
+
+// The terminal's day was closed after the entry: as the journal knows, or by itself, as terminals do at night.
+bool ClosedSince(const Question& question, const Entry& entry) {
+  const Entries& entries = *question.poEntries;
+  return !SameDay(entry.oWhen, question.oNow) ||
+         std::any_of(entries.begin(), entries.end(),
+                     [&](const Entry& other) { return other.uNumber > entry.uNumber && Closes(other); });
+}
+
+// A terminal that has no payment at all has forgotten the entry, or may have: so too when it has forgotten one before.
 bool MayBeForgotten(const Question& question, const Entry& entry) {
   bool approved = false; // today, before the entry, and not forgotten by an end of day since
   for (const Entry& other : *question.poEntries) {
-    const Sort sort = SortOf(other.oIntent.oWorkId);
-    const bool closes = sort == Sort::DayEnd && other.oEnding.oFate != Fate::NotSent;
-    if (other.uNumber > entry.uNumber && closes) return true;
-    if (other.uNumber >= entry.uNumber) continue;
-    if (closes) approved = false;
+    if (other.uNumber >= entry.uNumber) break;
+    if (Closes(other)) approved = false;
     if (IsPayment(other) && other.oEnding.oFate == Fate::Approved && SameDay(other.oWhen, entry.oWhen))
       approved = true;
   }
-  return approved || !SameDay(entry.oWhen, question.oNow);
+  return approved || ClosedSince(question, entry);
 }
 
 Ruling Stays(Ground ground) { return {ground, {}}; }
@@ -112,13 +120,7 @@ Ruling Made(const Told& told, Ground ground) {
 Ruling JudgeByReference(const Question& question, const Entry& entry, const Told& told) {
   if (told.oKind == Told::ePayment)
     return OwnsByReference(entry, told) ? Made(told, Ground::Reference) : Stays(Ground::OtherTill);
-  // That a day was closed is known here from the journal and the calendar alone: the payment itself was approved once.
-  const bool closed =
-      std::any_of(question.poEntries->begin(), question.poEntries->end(), [&](const Entry& other) {
-        return other.uNumber > entry.uNumber && SortOf(other.oIntent.oWorkId) == Sort::DayEnd &&
-               other.oEnding.oFate != Fate::NotSent;
-      });
-  if (closed || !SameDay(entry.oWhen, question.oNow)) return Stays(Ground::DayClosed);
+  if (ClosedSince(question, entry)) return Stays(Ground::DayClosed);
   return NotMade(question, entry, Ground::Gone);
 }
 

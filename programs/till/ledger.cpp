@@ -101,11 +101,13 @@ private:
   };
 
   bool IsAsked(const Entry& entry) const { return oOrder.oTid.empty() || entry.oIntent.oTid == oOrder.oTid; }
-  void AskAbout(const Terminal& terminal, const Entries& entries);
+  void AskAbout(const Entries& entries);
   Answer Ask(const Terminal& terminal, const tString& ref) const;
   Answer AskOnce(const Terminal& terminal, const tString& ref) const;
-  void Close(const Terminal& terminal, const std::map<tString, Answer>& answers);
-  void Tell(const JournalState& state);
+  void Close(const Entries& asked, const std::map<tString, Answer>& answers);
+  Found CloseOne(const client::Question& question, const Entry& entry, const Answer& answer);
+  void TellMachines(std::ptrdiff_t open, int code);
+  void TellPeople(std::ptrdiff_t open);
 
   const Order& oOrder;
   Screen& oScreen;
@@ -153,87 +155,93 @@ Answer Recovery::Ask(const Terminal& terminal, const tString& ref) const {
   return answer;
 }
 
-// The journal is read again after the answer: what was begun before it was given is in there.
-void Recovery::Close(const Terminal& terminal, const std::map<tString, Answer>& answers) {
+Recovery::Found Recovery::CloseOne(const client::Question& question, const Entry& entry,
+                                   const Answer& answer) {
+  Found found = {entry, Judge(question, entry, answer.oTold), "", {}};
+  const client::Ending& ending = found.oRuling.oEnding;
+  found.oWhy = Explain(found.oRuling.oGround);
+  if (found.oRuling.oGround == Ground::NoAnswer) found.oWhy += " " + answer.oWhy;
+  if (ending.oFate == Fate::Unknown) return found;
+  if (!oJournal.Settle(entry.uNumber, ending)) {
+    found.oWhy = Say(Text::JournalUnwritable, oJournal.Name(), oJournal.Fault());
+    return found;
+  }
+  found.oEntry.oEnding = ending;
+  found.oEntry.oTold = question.oNow;
+  if (ending.oFate == Fate::Approved) found.oReceipt = answer.oOutcome.receipt;
+  return found;
+}
+
+// The journal is read again after the answers: a payment that they are about has been begun before, and is in there.
+// Those that became unknown only since are left for the next time, the answers are too old for them.
+void Recovery::Close(const Entries& asked, const std::map<tString, Answer>& answers) {
   JournalState state;
   if (!oJournal.Read(state)) return;
-  Entries own;
-  std::copy_if(state.oEntries.begin(), state.oEntries.end(), std::back_inserter(own),
-               [&](const Entry& entry) { return TerminalOf(entry) == terminal; });
-  const client::Question question = {&own, time(nullptr), !client::IsLink(terminal.oPlace)};
-  for (const Entry& entry : own) {
+  const Terminal terminal = TerminalOf(asked.front());
+  std::erase_if(state.oEntries, [&](const Entry& entry) { return TerminalOf(entry) != terminal; });
+  const client::Question question = {&state.oEntries, time(nullptr), !client::IsLink(terminal.oPlace)};
+  for (const Entry& entry : state.oEntries) {
+    const bool was = std::any_of(asked.begin(), asked.end(),
+                                 [&](const Entry& other) { return other.uNumber == entry.uNumber; });
+    if (!was || !entry.IsUnknown()) continue;
     const auto answer = answers.find(client::ReferenceOf(entry));
-    if (!entry.IsUnknown()) continue;
-    Found found = {entry,
-                   Judge(question, entry, answer == answers.end() ? client::Told() : answer->second.oTold),
-                   "",
-                   {}};
-    found.oWhy = Explain(found.oRuling.oGround);
-    if (found.oRuling.oGround == Ground::NoAnswer && answer != answers.end())
-      found.oWhy += " " + answer->second.oWhy;
-    if (found.oRuling.oEnding.oFate != Fate::Unknown) {
-      if (oJournal.Settle(entry.uNumber, found.oRuling.oEnding)) {
-        found.oEntry.oEnding = found.oRuling.oEnding;
-        if (found.oRuling.oEnding.oFate == Fate::Approved) found.oReceipt = answer->second.oOutcome.receipt;
-      } else {
-        found.oWhy = Say(Text::JournalUnwritable, oJournal.Name(), oJournal.Fault());
-      }
-    }
-    oFound.push_back(std::move(found));
+    oFound.push_back(CloseOne(question, entry, answer == answers.end() ? Answer() : answer->second));
   }
 }
 
-void Recovery::AskAbout(const Terminal& terminal, const Entries& entries) {
+// The entries are of one terminal.
+void Recovery::AskAbout(const Entries& entries) {
   std::map<tString, Answer> answers;
   for (const Entry& entry : entries) {
     const tString ref = client::ReferenceOf(entry);
-    if (TerminalOf(entry) == terminal && client::CanBeAsked(entry) && !answers.count(ref))
-      answers[ref] = Ask(terminal, ref);
+    if (client::CanBeAsked(entry) && !answers.count(ref)) answers[ref] = Ask(TerminalOf(entry), ref);
   }
-  Close(terminal, answers);
+  Close(entries, answers);
 }
 
 int Recovery::Work() {
   JournalState state;
   if (!oJournal.Read(state)) return FailToRead(oOrder, oScreen, oJournal);
-  Entries unknown = UnknownOf(state.oEntries);
-  std::erase_if(unknown, [this](const Entry& entry) { return !IsAsked(entry); });
-  std::vector<Terminal> terminals;
-  for (const Entry& entry : unknown)
-    if (std::find(terminals.begin(), terminals.end(), TerminalOf(entry)) == terminals.end())
-      terminals.push_back(TerminalOf(entry));
-  for (const Terminal& terminal : terminals) AskAbout(terminal, unknown);
+  std::map<Terminal, Entries> terminals;
+  for (const Entry& entry : UnknownOf(state.oEntries))
+    if (IsAsked(entry)) terminals[TerminalOf(entry)].push_back(entry);
+  for (const auto& [terminal, entries] : terminals) AskAbout(entries);
   oScreen.Live("");
-  Tell(state);
-  const bool open = std::any_of(oFound.begin(), oFound.end(), [](const Found& found) {
+  RemarkDamage(oOrder, oScreen, oJournal, state);
+  const auto open = std::count_if(oFound.begin(), oFound.end(), [](const Found& found) {
     return found.oEntry.oEnding.oFate == Fate::Unknown;
   });
-  return ExitCode(open ? Verdict::Unknown : Verdict::Done);
+  const int code = ExitCode(open ? Verdict::Unknown : Verdict::Done);
+  if (oOrder.fJson)
+    TellMachines(open, code);
+  else
+    TellPeople(open);
+  return code;
 }
 
-void Recovery::Tell(const JournalState& state) {
+void Recovery::TellMachines(std::ptrdiff_t open, int code) {
   nlohmann::json entries = nlohmann::json::array();
-  tString out;
-  size_t open = 0;
   for (const Found& found : oFound) {
     nlohmann::json object = JsonOf(found.oEntry);
     object.update({{"ground", NameOf(found.oRuling.oGround)},
                    {"message", found.oWhy},
                    {"receipt", JsonReceipt(found.oReceipt)}});
     entries.push_back(object);
+  }
+  PrintJson(oScreen, {{"command", oOrder.oCommand},
+                      {"journal", oJournal.Name()},
+                      {"unknown", open},
+                      {"exitCode", code},
+                      {"entries", entries}});
+}
+
+void Recovery::TellPeople(std::ptrdiff_t open) {
+  tString out;
+  for (const Found& found : oFound) {
     for (const ReceiptLine& line : found.oReceipt) out += line.text + (line.last ? "\n\n" : "\n");
     out += LineOf(found.oEntry, oScreen.Width()) + "       " + found.oWhy + "\n";
-    open += found.oEntry.oEnding.oFate == Fate::Unknown;
   }
-  RemarkDamage(oOrder, oScreen, oJournal, state);
-  if (oOrder.fJson)
-    return PrintJson(oScreen, {{"command", oOrder.oCommand},
-                               {"journal", oJournal.Name()},
-                               {"unknown", open},
-                               {"exitCode", ExitCode(open ? Verdict::Unknown : Verdict::Done)},
-                               {"entries", entries}});
-  if (oFound.empty()) out = tString(Say(Text::NothingUnknown)) + "\n";
-  oScreen.Print(out);
+  oScreen.Print(oFound.empty() ? tString(Say(Text::NothingUnknown)) + "\n" : out);
   if (open) oScreen.Remark(Say(Text::AdviceSettle));
 }
 
@@ -280,6 +288,7 @@ int Settle(const Order& order, Screen& screen) {
   if (found == state.oEntries.end()) return Fail(order, screen, Say(Text::NotOpen, order.uNumber));
   found->oEnding.oFate = order.fPaid ? Fate::Approved : Fate::NotMade;
   found->oEnding.oSource = client::Source::Person;
+  found->oTold = time(nullptr);
   if (!journal.Settle(order.uNumber, found->oEnding))
     return Fail(order, screen, Say(Text::JournalUnwritable, journal.Name(), journal.Fault()));
   RemarkDamage(order, screen, journal, state);

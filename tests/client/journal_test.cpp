@@ -93,8 +93,12 @@ TEST(Journal, KnowsAPaymentWhoseTillIsGone) {
   Scratch at;
   if (const pid_t child = fork(); child == 0)
     _exit(Journal(at / "till.jnl").Begin(kSale) == 1 ? 0 : 1);
-  else
+  else {
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+    EXPECT_EQ(Told(at / "till.jnl"), "1 unknown \n") << "also before its parent has noticed";
     waitpid(child, nullptr, 0);
+  }
   EXPECT_EQ(Told(at / "till.jnl"), "1 unknown \n");
 }
 
