@@ -399,9 +399,9 @@ class _Block(NamedTuple):
 _NONE, _APPROVING, _DECLINING, _BROKEN, _REFUSAL = range(5)  # what the terminal has said so far
 
 # Bad ends and good ends, by what the terminal said before.
-#                    none          approving      declining      broken        refusal
+#                    none             approving         declining         broken           refusal
 _VERDICTS = {False: (Verdict.ABORTED, Verdict.UNKNOWN, Verdict.DECLINED, Verdict.UNKNOWN, Verdict.DECLINED),
-          True: (Verdict.DONE, Verdict.APPROVED, Verdict.DECLINED, Verdict.UNKNOWN, Verdict.DECLINED)}
+             True: (Verdict.DONE, Verdict.APPROVED, Verdict.DECLINED, Verdict.UNKNOWN, Verdict.DECLINED)}
 
 # The response's texts, and where they stand.
 _RESPONSE_TAGS = {"operation": "EF.COD", "currency": "TR.CCD", "date_time": "TR.DTT", "merchant": "TM.MID",
@@ -584,24 +584,28 @@ class _Session:
         return brought
 
     def module_lives(self) -> bool:
-        """A terminal module of this process still works for this terminal id."""
+        """A terminal module of this process still works for this terminal id. Where that cannot be told, it does."""
         try:
-            processes = [name for name in os.listdir("/proc") if name.isdigit()]
+            if os.readlink("/proc/self") != str(os.getpid()):
+                return True  # these are the processes of another namespace
+            return any(self._is_module(name) for name in os.listdir("/proc") if name.isdigit())
         except OSError:
-            return True  # nothing can be said, so nothing is ended
-        return any(self._is_module(name) for name in processes)
+            return True
 
     def _is_module(self, process: str) -> bool:
+        """A child with a session of its own, which the library gives to no other, and the module's name or the
+        terminal id among its words: a module may be started by a script."""
         try:
-            with open(f"/proc/{process}/cmdline", "rb") as file:  # empty for one that has ended
-                words = file.read().split(b"\0")
-            if not words[0].endswith(b"/zat_mm") or self._tid.rjust(10, "0").encode("ascii") not in words:
-                return False
             with open(f"/proc/{process}/stat", "rb") as file:
-                parent = int(file.read().rpartition(b")")[2].split()[1])
-        except (OSError, ValueError, IndexError):
+                parent, _, session = map(int, file.read().rpartition(b")")[2].split()[1:4])
+            if parent != os.getpid() or session != int(process):
+                return False
+            with open(f"/proc/{process}/cmdline", "rb") as file:
+                words = file.read().split(b"\0")  # empty for one that has ended
+        except (OSError, ValueError):
             return False  # it has gone meanwhile
-        return parent == os.getpid()
+        tid = self._tid.rjust(10, "0").encode("ascii")
+        return any(word == tid or word.endswith(b"/zat_mm") for word in words)
 
     def end(self) -> bool:
         """Ends the session, unless that would wait for a module that is at work. True when it is ended."""
