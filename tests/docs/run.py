@@ -111,6 +111,13 @@ class Site:
                             "LC_ALL": "C.UTF-8", "PYTHONPATH": f"{source}/bindings/python", "PYTHONUTF8": "1",
                             "PYTHONDONTWRITEBYTECODE": "1", "TERM": "dumb"}
 
+    def stage(self, build: Path) -> None:
+        """Installs what tills are built with, for documents that build one with CMake."""
+        for component in ("runtime", "simulator", "development"):
+            self.run(["env", f"DESTDIR={self.root}/stage", "cmake", "--install", str(build), "--prefix", "/usr",
+                      "--component", component], "")
+        self.environment["CMAKE_PREFIX_PATH"] = f"{self.root}/stage/usr"
+
     def here(self, text: str) -> str:
         """A text of the document with the installation's path in this place."""
         return text.replace("/opt/zat_ms", str(self.installation)).replace("127.0.0.1:9001", self.address)
@@ -209,6 +216,8 @@ def main(source: str, build: str, name: str) -> int:
         site = Site(Path(source).resolve(), Path(build).resolve(), Path(scratch))
         try:
             found = blocks(document.read_text(encoding="utf-8"))
+            if any(block.language == "cmake" for block in found):
+                site.stage(Path(build).resolve())
         except Fault as fault:
             found, complaints = [], [*complaints, f"{name}: {fault}"]
         for block in found:
