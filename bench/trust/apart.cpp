@@ -1,12 +1,10 @@
 #include "apart.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -23,6 +21,8 @@ namespace {
 
 typedef std::chrono::steady_clock Clock;
 
+constexpr char kNote[] = "findings";
+
 double SecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
 }
@@ -31,36 +31,32 @@ Finding Fault(const Area& area, const std::string& found) {
   return {"the area comes to its end", area.pccName, found, false};
 }
 
-// In the child: measures, and hands the findings over as text.
-[[noreturn]] void Measure(const Area& area, const Extent& extent, const std::string& place, int out) {
+// In the child: measures, and leaves the findings as text in the other place.
+[[noreturn]] void Measure(const Area& area, const Extent& extent, const Scratch& place,
+                          const Scratch& notes) {
   prctl(PR_SET_PDEATHSIG, SIGKILL); // a check that is broken off leaves no area running
   Findings findings;
   try {
-    std::filesystem::current_path(place);
-    setenv("TMPDIR", place.c_str(), 1);
+    std::filesystem::current_path(place / "");
+    setenv("TMPDIR", (place / "").c_str(), 1);
     findings = area.procMeasure(extent);
   } catch (const std::exception& e) { findings.push_back(Fault(area, e.what())); }
-  const std::string text = ToText(findings);
-  for (size_t done = 0; done < text.size();) {
-    const ssize_t n = write(out, text.data() + done, text.size() - done);
-    if (n < 0) break;
-    done += static_cast<size_t>(n);
-  }
+  notes.Put(kNote, ToText(findings));
   _exit(0);
 }
 
-// What the child writes until it closes its end; false when the time is over before that.
-bool Listen(int in, double limit, std::string& text) {
+// Waits for the end of a process and kills it when the time is over: false then.
+bool WaitOrKill(pid_t child, double limit, int* status) {
   const Clock::time_point begin = Clock::now();
-  for (;;) {
-    const double left = limit - SecondsSince(begin);
-    pollfd ready{in, POLLIN, 0};
-    if (left <= 0 || poll(&ready, 1, static_cast<int>(left * 1000) + 1) == 0) return false;
-    char part[4096];
-    const ssize_t n = read(in, part, sizeof part);
-    if (n == 0) return true;
-    if (n > 0) text.append(part, static_cast<size_t>(n));
+  while (waitpid(child, status, WNOHANG) == 0) {
+    if (SecondsSince(begin) > limit) {
+      kill(child, SIGKILL);
+      waitpid(child, status, 0);
+      return false;
+    }
+    usleep(5000);
   }
+  return true;
 }
 
 // The processes that an area has left behind: as the nearest subreaper this one inherits them.
@@ -101,24 +97,14 @@ void ChoosePlace() {
 Outcome RunApart(const Area& area, const Extent& extent, double dLimit) {
   const Clock::time_point begin = Clock::now();
   ChoosePlace();
-  Scratch place;
+  Scratch place, notes;
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  int ends[2];
-  if (pipe(ends) != 0) return {{Fault(area, "no pipe")}, 0};
   const pid_t child = fork();
-  if (child == 0) {
-    close(ends[0]);
-    Measure(area, extent, place / "", ends[1]);
-  }
-  close(ends[1]);
-  std::string text;
-  const bool inTime = child > 0 && Listen(ends[0], dLimit, text);
-  close(ends[0]);
+  if (child == 0) Measure(area, extent, place, notes);
   int status = -1;
-  if (child > 0 && !inTime) kill(child, SIGKILL);
-  if (child > 0) waitpid(child, &status, 0);
+  const bool inTime = child > 0 && WaitOrKill(child, dLimit, &status);
 
-  Findings findings = FromText(text);
+  Findings findings = FromText(notes.Get(kNote));
   if (child < 0)
     findings.push_back(Fault(area, "no process"));
   else if (!inTime)
