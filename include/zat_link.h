@@ -9,6 +9,9 @@
 //   PortSEtx.h    the port itself, for links of your own
 //   PortSElc.h    its generic receivers
 //   gabids.h      the tags of parameters
+//
+// Threads: a port, a link and a store belong to one caller at a time. What parses messages or runs a port writes to
+// the library's log, so those calls come one at a time in a process, together with those of zat_ms.h.
 #pragma once
 #include "EFTPLink.h"
 #include "EFTPMisc.h"
