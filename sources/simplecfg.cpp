@@ -24,12 +24,23 @@ bool HasQuotes(const char* text) {
   return len >= 3 && text[0] == '"' && text[len - 1] == '"';
 }
 
+// Closes at the end, also when there is no memory for what was read, and keeps errno.
+struct Closing {
+  int fd;
+  ~Closing() {
+    int error = errno;
+    close(fd);
+    errno = error;
+  }
+};
+
 // Reads a regular file whole. O_NONBLOCK, because a pipe under the name of a configuration file would otherwise
 // hold the till for ever.
 bool ReadWhole(const char* name, std::string& out) {
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   int fd = name ? TEMP_FAILURE_RETRY(open(name, kFlags)) : -1;
   if (fd < 0) return false;
+  const Closing end{fd};
   struct stat info;
   bool good = fstat(fd, &info) == 0;
   if (good && !S_ISREG(info.st_mode)) {
@@ -43,9 +54,6 @@ bool ReadWhole(const char* name, std::string& out) {
     if (out.size() > kLargest) errno = EFBIG;
     good = got >= 0 && out.size() <= kLargest;
   }
-  int error = errno;
-  close(fd);
-  errno = error;
   return good;
 }
 
