@@ -96,7 +96,7 @@ tProcECode Pass(MicroSGlData_tag* poMSGD, bool* pfAgain) {
   return code;
 }
 
-// Frees what a pass holds when an exception ends it: nobody may be left waiting for a lock whose holder lives on.
+// Frees what a launcher holds when an exception ends it: nobody may be left waiting for a lock whose holder lives on.
 void ReleaseAll(MicroSGlData_tag* poMSGD) {
   for (const tString* lock : {&poMSGD->oUpdtLck, &poMSGD->oMainLck, &poMSGD->oFLS.oFNameL})
     if (holdsflock(lock->c_str())) Release(*lock);
@@ -105,7 +105,7 @@ void ReleaseAll(MicroSGlData_tag* poMSGD) {
 
 tProcECode GuardedPass(MicroSGlData_tag* poMSGD, bool* pfAgain) {
   try {
-    return Pass(poMSGD, pfAgain);
+    return TakeLocks(poMSGD) ? Pass(poMSGD, pfAgain) : ePECtout;
   } catch (...) {
     ReleaseAll(poMSGD);
     throw;
@@ -156,7 +156,7 @@ tProcECode MonoS(int argc, char** argv, MicroSGlData_tag* poMSGD) {
   while (again) {
     again = false;
     // After an installation the same budget goes on: with no time left there is no start on this call.
-    code = TakeLocks(poMSGD) ? GuardedPass(poMSGD, &again) : ePECtout;
+    code = GuardedPass(poMSGD, &again);
   }
   if (!ciIsDLL) GSLog(150, "[MicroS] Finished: %d", code);
   return code;
