@@ -267,6 +267,8 @@ void Exchange::LogFinDay() {
 tEFTErr Exchange::Finish() {
   if (self.oWIdLst == eEFTPwidFinDay) LogFinDay();
   LogBaseClear(&self.oPLlog);
+  // A module whose greeting came too late still waits for the request that was never sent: it must learn that none comes.
+  self.oUP.HangUp();
   DoAuthE(&self.oMSGD);
   self.oUP.Close();
   GSLog(100, "[MicroS] Close UP");
