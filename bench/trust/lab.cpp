@@ -51,14 +51,15 @@ void PutUpdate(const Scratch& at) {
 
 // An installation, its record and its till.
 struct Lab::Bench {
-  Scratch at;
+  Scratch at, own; // the installation; what must stay whatever happens to its place
   faults::Plan* plan;
   pid_t till = -1;
   int orders = -1, answers = -1;
   std::string text; // of the till, not yet taken
   const std::string program;
+  const procSpoil_t procSpoil;
 
-  explicit Bench(const char* name) : program(name) {
+  Bench(const char* name, procSpoil_t spoil) : program(name), procSpoil(spoil) {
     for (const char* dir : {"BIN", "parts"}) fs::create_directories(at / dir);
     fs::copy_file(std::string(ZAT_INSTALLATION) + "/BIN/libzat_ms.so", at / "BIN/libzat_ms.so");
     for (const char* part : {"zat_mm", "zat_mu"}) {
@@ -68,7 +69,7 @@ struct Lab::Bench {
     at.Put("micromgl.cfg", "[ENV]\nLOGLEVEL=H\nLOGMEGSIZE=11\n"); // the log is moved at each start
     at.Put("eftpos.cfg", "[COMMON]\nDefaultOkTimeout=0\nDefaultNOkTimeout=0\n");
     PutUpdate(at);
-    const int fd = open((at / "plan").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = open((own / "plan").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     void* page = MAP_FAILED;
     if (fd >= 0 && ftruncate(fd, sizeof(faults::Plan)) == 0)
       page = mmap(nullptr, sizeof(faults::Plan), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
@@ -88,15 +89,16 @@ struct Lab::Bench {
     text.clear();
     till = fork();
     if (till == 0) {
-      setenv("ZAT_FAULTS", (at / "plan").c_str(), 1);
+      setenv("ZAT_FAULTS", (own / "plan").c_str(), 1);
       setenv("ASAN_OPTIONS", "detect_leaks=0",
              1); // a leak is no descriptor and no lock, and here the loader's
-      if (chdir((at / "").c_str()) != 0) _exit(127);
+      if (chdir((own / "").c_str()) != 0) _exit(127);
       dup2(in[0], 0);
       dup2(out[1], 1);
       const int complaints = open("complaints", O_WRONLY | O_CREAT | O_APPEND, 0666);
       dup2(complaints, 2);
       close(complaints);
+      if (procSpoil) procSpoil(fs::path(at / "").parent_path());
       if (traced) ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
       execl((kPrograms + program).c_str(), program.c_str(), fs::path(at / "").parent_path().c_str(), nullptr);
       _exit(127);
@@ -166,9 +168,9 @@ struct Lab::Bench {
   }
 };
 
-Lab::Lab(const char* pccProgram) {
+Lab::Lab(const char* pccProgram, procSpoil_t procSpoil) {
   signal(SIGPIPE, SIG_IGN); // a till that has died takes no more orders
-  for (int i = 0; i < kBenches; ++i) benches.push_back(std::make_unique<Bench>(pccProgram));
+  for (int i = 0; i < kBenches; ++i) benches.push_back(std::make_unique<Bench>(pccProgram, procSpoil));
 }
 
 Lab::~Lab() = default;

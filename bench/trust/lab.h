@@ -30,7 +30,10 @@ struct Result {
 
 class Lab {
 public:
-  explicit Lab(const char* pccProgram = "zat_fault_till");
+  // Spoils the place of an installation (its directory) for the till that is about to start, in that till's process.
+  typedef void (*procSpoil_t)(const std::string& root);
+
+  explicit Lab(const char* pccProgram = "zat_fault_till", procSpoil_t procSpoil = nullptr);
   ~Lab();
 
   // Makes the trials, several at a time; the results in the same order. A till that dies or hangs is a problem.

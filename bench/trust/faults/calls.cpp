@@ -33,7 +33,7 @@ namespace {
 
 // What a till's wait may really take before the rest of it passes at once: until the module is there, and while it waits
 // for the till itself.
-constexpr int kRealPollMs = 2000, kRealAwaitedMs = 100;
+constexpr int kRealPollMs = 2000, kRealAwaitedMs = 500;
 
 Plan* plan = nullptr; // of a process whose calls count
 double quietMs = 0, sleptMs = 0;
@@ -113,7 +113,7 @@ int Visit(Name name, const void* from, bool refusable) {
   const int kept = errno;
   const int place = PlaceOfCall(name, from);
   errno = kept;
-  if (ImageIn(plan->mulPlace[place]) == eObject) objectSeen = true;
+  if (ImageIn(plan->mulPlace[place]) != eLibrary) objectSeen = true;
   return refusable && plan->iWhat == eCalls ? Count(place) : 0;
 }
 
@@ -328,7 +328,8 @@ pid_t Call_vfork() {
 }
 
 // ---- Memory ----------------------------------------------------------------------------------------------------
-// Counted from the object's first call to the system on: before that it is the loader that works.
+// Counted from the first call to the system on, the object's or the updater's own: before that it is the loader that
+// works.
 
 namespace {
 

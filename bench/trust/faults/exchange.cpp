@@ -33,6 +33,9 @@ void Call(const Object& object, void* session, char* request, Sale& sale) {
     Look(answer, sale);
   else
     memcpy(sale.mcReason, answer[0] ? answer + kHeader : "ok", 2);
+  sale.fLost = sale.fLost || memcmp(sale.mcReason, ZAT_MS_LOST, 2) == 0;
+  Plan& plan = *Attach();
+  if (plan.iCutHow == eClockBack && plan.iCut == sale.iBlocks) plan.iWallSkewS = -3600;
 }
 
 } // namespace
@@ -71,8 +74,10 @@ const char* Judge(const Sale& sale, const Plan& plan) {
   if (!known) return "an end without a reason that is known";
   if (sale.fOdd) return "a block that was not sent";
   if (sale.Paid() && (plan.iApprovals != 1 || plan.iEnds != 1)) return "a wrong approved";
-  if (!sale.Paid() && sale.mcReason[0] == 'o') return "a good end without an approval";
-  if (!strcmp(sale.mcReason, ZAT_MS_END_BAD)) return "refused although the module approves";
+  if (sale.fMissed && !sale.fLost) return "a block is missing";
+  if (!sale.Paid() && sale.mcReason[0] == 'o' && !sale.fLost) return "a good end without an approval";
+  if (!strcmp(sale.mcReason, ZAT_MS_END_BAD) && plan.iApprovals > 0)
+    return "refused although the module approves";
   if (nothingSent && plan.iRequests > 0) return "said that nothing was sent";
   return nullptr;
 }

@@ -20,6 +20,7 @@ struct Sale {
   int iResult = -1;        // of the last call; -1: no session
   char mcReason[3] = "--"; // why it did not end well; "ok" when it did
   bool fApproved = false;  // an approving response came
+  bool fLost = false;      // the link was lost once: from then on the outcome is unknown
   bool fOdd = false;       // a block came that the module had not sent, or not then
   bool fMissed = false;    // a block did not come although a later one did
   int iBlocks = 0;
@@ -27,7 +28,7 @@ struct Sale {
   bool Paid() const { return fApproved && iResult == ZAT_MS_END && mcReason[0] == 'o'; }
 };
 
-// Calls until the exchange is over or refused; after a lost link once more when fGoOn is set and the module has been let go on.
+// Calls until the exchange is over or refused.
 void Pay(const Object& object, void* session, Sale& sale);
 
 // Collects what is left of an exchange after a lost link.

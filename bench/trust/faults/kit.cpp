@@ -250,7 +250,8 @@ void ModulesPipes() {
     pthread_sigmask(how, &pipe, &before);
     module.WriteBlock("block", 5, UnnamedPipes::eBTver0);
     const timespec now{};
-    while (sigtimedwait(&pipe, nullptr, &now) > 0) {} // one that is left was held back, and is this host's to drop
+    while (sigtimedwait(&pipe, nullptr, &now) > 0) {
+    } // one that is left was held back, and is this host's to drop
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
   }
 }

@@ -64,6 +64,7 @@ void Send(std::string_view block) {
   if (before < size) DoCut();
   Put(frame + before, size - before);
   sent += size;
+  if (sent == kStream) ++plan->iEnds;
   if (plan->iCutHow != eNoCut && cut == sent) DoCut();
 }
 
@@ -82,10 +83,9 @@ int main(int argc, char** argv) {
   const int length = pipes.ReadBlock(request, sizeof request, UnnamedPipes::eBTver0);
   if (length <= 0 || std::string_view(request, static_cast<size_t>(length)) != kSale) return 1;
   ++plan->iRequests;
-  for (size_t i = 0; i < std::size(kAnswers); ++i) {
-    if (i == kResponse) ++plan->iApprovals; // before anybody can know of it
-    if (i + 1 == std::size(kAnswers)) ++plan->iEnds;
-    Send(kAnswers[i]);
+  for (std::string_view answer : kAnswers) {
+    if (answer == kAnswers[kResponse]) ++plan->iApprovals; // before anybody can know of it
+    Send(answer);
   }
   return 0;
 }

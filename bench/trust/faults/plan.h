@@ -31,8 +31,8 @@ enum What : int { eCalls, eMemory };
 constexpr int kShort = -1; // moves only a part of its bytes
 constexpr int kKill = -2;  // the process is killed in front of it
 
-// What the module does when it has written iCut bytes.
-enum Cut : int { eNoCut, eDies, eStops, eGoesSilent };
+// What the module does when it has written iCut bytes; or the wall clock is set back an hour behind the till's block iCut.
+enum Cut : int { eNoCut, eDies, eStops, eGoesSilent, eClockBack };
 
 // A place that a call was made from: role, image, name and offset in the image.
 constexpr int kRoleShift = 60, kImageShift = 56, kNameShift = 44;

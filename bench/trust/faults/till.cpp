@@ -82,7 +82,12 @@ struct Scene {
   const char* pccName;
   void (*procSet)();
 };
-constexpr Scene kScenes[] = {{"sale", SceneSale}, {"update", SceneUpdate}, {"mend", SceneMend}};
+void ScenePlain() {
+  plan->iRealSleepMs = 0;
+} // the place is prepared by others, and nobody else is waited for
+
+constexpr Scene kScenes[] = {
+    {"plain", ScenePlain}, {"sale", SceneSale}, {"update", SceneUpdate}, {"mend", SceneMend}};
 
 // ---- A trial -----------------------------------------------------------------------------------------------
 
@@ -90,6 +95,9 @@ constexpr Scene kScenes[] = {{"sale", SceneSale}, {"update", SceneUpdate}, {"men
 void AfterLoss(const Object& object, void* session, Sale& sale, int cut) {
   const int module = plan->iModule;
   if (cut == eStops && module > 0 && sale.mcReason[0] == 'X' && sale.mcReason[1] == 'L') {
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(module), &info,
+           WSTOPPED | WEXITED | WNOWAIT); // it has only said that it will stop
     plan->fSilent = false;
     kill(module, SIGCONT);
     sale.iResult = ZAT_MS_MORE;
@@ -181,6 +189,7 @@ Answer TrySale(const Order& order, const std::set<int>& before) {
   answer.lCalls = plan->lCalls;
   answer.oProblem = WrongAbout(answer.oSale, dies);
   if (!dies && answer.oProblem.empty()) answer.oProblem = LeftBehind(root, before);
+  if (order.oScene == "plain") return answer; // what is wrong with the place is still wrong
   answer.dNextMs = NextSale(answer.oProblem);
   if (answer.oProblem.empty() && !AwaitInstalled(root, kInstalledMs))
     answer.oProblem = "an installation does not end";

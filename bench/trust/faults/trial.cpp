@@ -55,7 +55,7 @@ void ResetRecord(Plan& plan) {
 
 void Arm(Plan& plan, const Order& order) {
   ResetRecord(plan);
-  plan.iSkewUs = 0;
+  plan.iSkewUs = plan.iWallSkewS = 0;
   plan.lCalls = plan.lThere = plan.lLeft = 0;
   plan.ulHit = 0;
   plan.ulAt = order.ulAt;
@@ -65,7 +65,7 @@ void Arm(Plan& plan, const Order& order) {
   plan.iWhat = order.iWhat;
   plan.iCut = order.iCut;
   plan.iCutHow = order.iCutHow;
-  plan.fJump = true;
+  plan.fJump = order.iCutHow != eDies; // a death is to be noticed in real time
   plan.iRealSleepMs = 1000;
 }
 
