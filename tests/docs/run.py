@@ -7,7 +7,7 @@ A document is followed from its beginning to its end in a directory that looks l
 `build/` is a scratch installation, which also stands for /opt/zat_ms. Each fenced block has a language. Blocks of text,
 ini and json are left alone; every other one needs a mark in front of it, an HTML comment:
 
-    <!-- run -->            run it; the output must be what the block shows, "..." stands for anything
+    <!-- run -->            run it (c, cpp: compiled with its context, must end with 0); the output must be what the block shows, "..." stands for anything
     <!-- run: similar -->   the same, whatever numbers there are
     <!-- run: exit N -->    the same, and a command may end with N
     <!-- compile -->        compile it (c, cpp), or run it without looking at what it prints (python, sh)
@@ -36,7 +36,7 @@ from pathlib import Path
 
 LEFT_ALONE = ("text", "ini", "json")
 COMMAND_SECONDS = 50
-C_FLAGS = ["-Wall", "-Wextra", "-Werror", "-Wno-unused", "-Iinclude", "-fsyntax-only"]
+C_FLAGS = ["-Wall", "-Wextra", "-Werror", "-Wno-unused", "-Iinclude"]
 COMPILERS = {"c": ["gcc", "-x", "c", "-std=c99", "-pedantic", "-D_DEFAULT_SOURCE", *C_FLAGS],
              "cpp": ["g++", "-x", "c++", "-std=c++17", *C_FLAGS]}
 MARK = "@@-end-of-command-@@"
@@ -189,8 +189,11 @@ def follow(site: Site, block: Block) -> None:
     if "file" in block.marks:
         (site.root / block.marks["file"]).write_text(site.here(block.text), encoding="utf-8")
     code = block.marks.get("context", "@@").replace("@@", block.text)
-    if block.language in COMPILERS and block.marks.keys() & {"compile", "file"}:
-        site.run([*COMPILERS[block.language], "-"], code)
+    if block.language in COMPILERS and "run" in block.marks:
+        site.run([*COMPILERS[block.language], "-", "-o", "fragment"], code)
+        site.run(["./fragment"], "")
+    elif block.language in COMPILERS and block.marks.keys() & {"compile", "file"}:
+        site.run([*COMPILERS[block.language], "-fsyntax-only", "-"], code)
     elif block.language == "python" and "compile" in block.marks:
         site.run([sys.executable, "-"], code)
     elif block.language == "sh" and "compile" in block.marks:
