@@ -132,6 +132,7 @@ int Exchange::RefuseEarly() {
 }
 
 tEFTErr Exchange::StartModule() {
+  self.fSent = false;
   bool open = self.oUP.Open();
   if (!open) GSErrno("MicroS", "cannot create the pipes of", self.oId.c_str());
   GSLog(100, "[MicroS] Open UP: %d", open ? 1 : 0);
@@ -163,8 +164,8 @@ tEFTErr Exchange::SendRequest() {
   if (!ready) return eEFTEupip;
   if (!in) return eEFTEnone;
   int length = dataLength + kHeader;
-  // Its result does not matter: a module that did not get the request will not answer either.
-  self.oUP.WriteBlock(in, length, UnnamedPipes::eBTver0);
+  // Its result does not matter to this call: a module that did not get the request will not answer either.
+  self.fSent |= self.oUP.WriteBlock(in, length, UnnamedPipes::eBTver0) != 0;
   LogMasked("[MicroS] WriteBlock: ", reinterpret_cast<unsigned char*>(in), static_cast<size_t>(length));
   return eEFTEnone;
 }

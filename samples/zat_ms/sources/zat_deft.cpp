@@ -216,8 +216,9 @@ void eftp_destroy(void* pvSelf) {
   MicroSMan* man = pvSelf && MicroSMan::ItIsMe(pvSelf) ? static_cast<MicroSMan*>(pvSelf) : nullptr;
   // From within its own idle callback it would pull the session from under eftp_do.
   if (man && man->iIn == 0) {
-    // A module that waits for a word of this till must learn that none will come, or both would wait for each other.
-    man->oUP.HangUp();
+    // A module that still waits for its request must learn that none will come, or both would wait for each other. One
+    // that works at a request is left alone: it might take the end of the pipe for a reason to break off.
+    if (!man->fSent) man->oUP.HangUp();
     DoAuthE(&man->oMSGD);
     delete man;
     outcome = "[eftp_destroy] ok";

@@ -111,6 +111,7 @@ struct MicroSMan {
   tTOmanager oTOmg;           // the pause between requests
   tLogBase oPLlog;            // print lines of the exchange, the newest on top
   tEFTPWorkId oWIdLst;        // the work id that opened the exchange
+  bool fSent = false;         // the module of the exchange has a request of it
 
   // Reads micromgl.cfg and eftpos.cfg from the installation's root (missing files leave the defaults) and sets the
   // global log level from key LOGLEVEL of section ENV. szConfigPath may be null or empty; it is for the module.
