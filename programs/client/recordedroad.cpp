@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 
 #include "amount.h"
 #include "gabids.h"
@@ -73,14 +74,18 @@ tString Real(const tString& path) {
   return realpath(path.c_str(), real) ? real : path;
 }
 
-tString DirectoryOf(const tString& path) {
-  const size_t length = fsplitp(path.c_str());
-  return length ? path.substr(0, length) : "./";
+// As the library itself finds its place: a link to it makes an installation of its own.
+tString Absolute(const tString& path) {
+  std::error_code none;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, none);
+  return none ? path : absolute.lexically_normal().string();
 }
+
+tString DirectoryOf(const tString& path) { return path.substr(0, fsplitp(path.c_str())); }
 
 // The root of the installation that a library lies in, ending with '/'.
 tString RootOf(const tString& library) {
-  tString directory = DirectoryOf(Real(library));
+  tString directory = DirectoryOf(Absolute(library));
   ConvertLocToHome(directory);
   return directory;
 }
@@ -88,8 +93,8 @@ tString RootOf(const tString& library) {
 // How a journal calls a place: a library of its own installation has no name, so that the installation can be moved.
 tString PlaceInJournal(const tString& place, const tString& journal) {
   if (IsLink(place)) return place;
-  const tString own = Real(DirectoryOf(journal)) + "/";
-  return RootOf(place) == own ? tString() : Real(place);
+  const bool own = Real(RootOf(place)) == Real(DirectoryOf(Absolute(journal)));
+  return own ? tString() : Absolute(place);
 }
 
 } // namespace
