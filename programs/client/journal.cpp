@@ -293,8 +293,6 @@ bool Journal::Load(Image& image) {
 bool Journal::Prepare(Image& image) {
   if (!Load(image)) return false;
   if (!oFile.IsSound() && !Mend(image)) return Failed();
-  if (image.oContents.oRecords.size() >= lMost)
-    Rotate(image); // no room for that: the old one will do for long
   return true;
 }
 
@@ -325,6 +323,7 @@ uint32_t Journal::Begin(const Intent& intent) {
   Image image;
   if (!guard.IsHeld()) return Failed();
   if (!Prepare(image)) return 0;
+  if (image.oContents.oRecords.size() >= lMost) Rotate(image); // where it fails the old one will do for long
   Entry entry;
   entry.uNumber = image.uNext;
   entry.oIntent = intent;
@@ -334,11 +333,12 @@ uint32_t Journal::Begin(const Intent& intent) {
   return oFile.Append(IntentRecord(entry)) ? entry.uNumber : Failed();
 }
 
+// What the file holds matters only where it is damaged, and where somebody may have told the outcome meanwhile.
 bool Journal::Tell(uint32_t number, char kind, const Ending& ending, bool onlyUnknown) {
   const Guard guard(Name());
   Image image;
   if (!guard.IsHeld()) return Failed();
-  if (!Prepare(image)) return false;
+  if ((onlyUnknown || !oFile.IsSound()) && !Prepare(image)) return false;
   const auto found = image.oEntries.find(number);
   if (onlyUnknown && found != image.oEntries.end() && found->second.oEnding.oFate != Fate::Unknown)
     return true;

@@ -85,8 +85,9 @@ TEST(Journal, IsOnTheDiskWithItsNameWhenACallReturns) {
   EXPECT_EQ(synced(journal.Begin(kSale) == 1), file + directory + " " + file + directory + " ");
   EXPECT_EQ(synced(journal.Finish(1, Approved("R1"))), file);
   EXPECT_EQ(synced(journal.Begin(kSale) == 2), file);
-  EXPECT_EQ(synced(journal.Finish(2, Approved("R2"))),
-            "till.jnl.old.new " + directory + " till.jnl.new " + directory + " " + file);
+  EXPECT_EQ(synced(journal.Finish(2, Approved("R2"))), file);
+  EXPECT_EQ(synced(journal.Begin(kSale) == 3),
+            "till.jnl.old.new " + directory + " till.jnl.new " + directory + " " + file + directory + " ");
 }
 
 TEST(Journal, KnowsAPaymentWhoseTillIsGone) {
