@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The Debian packages in a root directory of their own: installed, built against, upgraded, removed, purged.
-# Usage: packages.sh BUILD_DIRECTORY SOURCE_DIRECTORY
+# Usage: packages.sh BUILD_DIRECTORY
 set -euo pipefail
-build=$1 top=$2
+build=$1
 scratch=$(mktemp -d /tmp/zat_packages.XXXXXX)
 trap 'rm -rf "$scratch"' EXIT
 chmod 755 "$scratch" # another user runs a till in it
@@ -35,7 +35,7 @@ member 12345 zat_till sale 12.00 | grep APPROVED >/dev/null || fail "a sale"
 member 12346 zat_tool doctor -q || fail "the doctor after another user's sale"
 [[ -x $root$(readlink "$root/usr/bin/zat_tool") && -x $site/BIN/libzat_ms.so ]] || fail "what can be executed"
 
-# ---- the examples are built against what is installed, each in three ways, and take a payment ----
+# ---- the examples are built against what is installed, with CMake, pkg-config and nothing, and take a payment ----
 examples=$root/usr/share/doc/zat-ms/examples object=$site/BIN/libzat_ms.so
 export PKG_CONFIG_PATH=$(dirname "$root"/usr/lib/*/pkgconfig/zat_ms.pc) PYTHONDONTWRITEBYTECODE=1
 pc() { pkg-config --define-variable=installation="$site" --cflags --libs "$@"; }
@@ -69,7 +69,7 @@ PYTHONPATH=$root/usr/lib/python3/dist-packages pays python3 "$examples/python/ti
 
 # ---- an upgrade keeps the administrator's settings and what tills have made, and takes new defaults ----
 echo '# ours' >>"$site/micromgl.cfg"
-next=1.0.0+next
+next=99
 for package in $packages; do
   dpkg-deb -R "$package" "$scratch/next"
   sed -i "s/^Version: .*/Version: $next/; s/(= [^)]*)/(= $next)/" "$scratch/next/DEBIAN/control"
