@@ -59,8 +59,7 @@ Findings FindingsOf(const Sums& sums) {
   return {
       {"every sale is paid while the host does its own work",
        fmt::format("{} hosts of {} threads, SIGCHLD ignored, left alone, handled; descriptors 0 to 2 closed, "
-                   "a comma in "
-                   "its numbers: {} sales, {} pieces of other work, {} signals",
+                   "a comma in its numbers: {} sales, {} pieces of other work, {} signals",
                    std::size(kHosts), kTills + kOthers, sums.begun, sums.otherWork, sums.signals),
        fmt::format(
            "{} paid, {} refused, {} unclear; {} faults in other threads, {} handlers outside the host, {} "

@@ -103,17 +103,17 @@ int MissingLines(const TillSeen& till, const LogRead& read) {
                         requests,   till.paid,  till.paid,  till.paid, till.paid, till.paid};
   int missing = 0;
   for (size_t i = 0; i < std::size(wanted); ++i) missing += std::abs(wanted[i] - lines(static_cast<int>(i)));
-  return missing;
+  return missing + std::abs(lines(kPut) - lines(kRemoved) - lines(kRemovedClient)); // what is locked is freed
 }
 
 struct Verdict {
-  int paid = 0, refused = 0, unclear = 0, missing = 0, odd = 0;
+  int paid = 0, refused = 0, unclear = 0, deaths = 0, missing = 0, odd = 0;
+  double dSeconds = 0;
 };
 
 Verdict Sum(const LoadSeen& seen, const LogRead& read) {
   Verdict sum;
-  std::map<int, int>
-      lengths; // of the logged answers of all tills: there is one length, since all sales are alike
+  std::map<int, int> lengths; // of the answers in the log: since all sales are alike, there is one
   for (const TillSeen& till : seen.moTill) {
     sum.paid += till.paid;
     sum.refused += till.refused;
@@ -132,11 +132,37 @@ Verdict Sum(const LoadSeen& seen, const LogRead& read) {
   return sum;
 }
 
+Findings FindingsOf(const Verdict& sum, const LogWatch& watch, const LogRead& read) {
+  const bool all = sum.paid > 0 && sum.unclear == 0 && sum.deaths == 0;
+  return {
+      {"every request of every till gets its result, also around an update",
+       fmt::format("{} tills at once, {} sales in {:.0f} s, an update in the middle", kTills,
+                   sum.paid + sum.unclear, sum.dSeconds),
+       fmt::format("{} paid, {} unclear, {} tills lost; {} refused and asked again; the last module is {}",
+                   sum.paid, sum.unclear, sum.deaths, sum.refused, read.oLastVersion),
+       all && read.oLastVersion == "zat_mm 1.1.0"},
+      {"no log line is torn or missing",
+       fmt::format("{} lines at level H in {} files", read.lLines, watch.Files().size()),
+       fmt::format("{} malformed, {} missing, {} exchanges of another length, {} files written to after they "
+                   "were moved",
+                   read.lMalformed, sum.missing, sum.odd, watch.Late()),
+       watch.Late() == 0 && read.lMalformed == 0 && sum.missing == 0 && sum.odd == 0 && read.lLines > 0},
+      {"nobody writes while another holds the log's lock",
+       fmt::format("held {} times from outside", watch.iHeld),
+       fmt::format("{} times written all the same", watch.iWrittenUnder),
+       watch.iHeld > 0 && watch.iWrittenUnder == 0},
+      {"the log is moved by the first module that starts beyond its limit",
+       fmt::format("limit {} bytes, watched each half millisecond", kLimit),
+       fmt::format("largest {:+} bytes beyond it; at most {} modules started meanwhile",
+                   static_cast<long>(watch.ulLargest) - static_cast<long>(kLimit), read.iLateStarts),
+       read.iLateStarts <= kTills && watch.Files().size() > 1}};
+}
+
 } // namespace
 
 Findings MeasureLoad(const Extent& extent) {
   const int wanted = extent.Of(10000, 40);
-  const int64_t end = NowNs() + static_cast<int64_t>(extent.dSeconds * kSecondNs);
+  const int64_t begin = NowNs(), end = begin + static_cast<int64_t>(extent.dSeconds * kSecondNs);
   Shop shop("[ENV]\nLOGLEVEL=H\nLOGMEGSIZE=1\n");
   shop.Copy(std::string(kBin) + "zat_mu", "BIN/zat_mu");
   const Update update(shop);
@@ -146,7 +172,6 @@ Findings MeasureLoad(const Extent& extent) {
   for (int i = 0; i < kTills; ++i)
     tills.push_back(Forked([&] { return SellAll(shop, *seen, i, wanted, end); }));
   LogWatch watch(shop / "BIN/zat_comm.log");
-  const int64_t begin = NowNs();
   seen->allowed = wanted / 2;
   while (seen->next < wanted / 2) usleep(1000);
   update.Deliver();
@@ -159,31 +184,11 @@ Findings MeasureLoad(const Extent& extent) {
   }
   const double seconds = static_cast<double>(NowNs() - begin) / kSecondNs;
   watch.Stop();
-
   const LogRead read = ReadLog(watch.Files(), kLimit);
-  const Verdict sum = Sum(*seen, read);
-  const bool updated = read.oLastVersion == "zat_mm 1.1.0";
-  return {
-      {"every request of every till gets its result, also around an update",
-       fmt::format("{} tills at once, {} sales in {:.0f} s, an update after half of them", kTills, wanted,
-                   seconds),
-       fmt::format("{} paid, {} unclear, {} tills lost; {} refused and asked again; the last module is {}",
-                   sum.paid, sum.unclear, deaths, sum.refused, read.oLastVersion),
-       sum.paid >= wanted && sum.unclear == 0 && deaths == 0 && updated},
-      {"no log line is torn or missing",
-       fmt::format("{} lines at level H in {} files", read.lLines, watch.Files().size()),
-       fmt::format("{} malformed, {} missing, {} exchanges of another length", read.lMalformed, sum.missing,
-                   sum.odd),
-       read.lMalformed == 0 && sum.missing == 0 && sum.odd == 0 && read.lLines > 0},
-      {"nobody writes while another holds the log's lock",
-       fmt::format("held {} times from outside", watch.iHeld),
-       fmt::format("{} times written all the same", watch.iWrittenUnder),
-       watch.iHeld > 0 && watch.iWrittenUnder == 0},
-      {"the log is moved by the first module that starts beyond its limit",
-       fmt::format("limit {} bytes, watched each half millisecond", kLimit),
-       fmt::format("largest {:+} bytes beyond it; at most {} modules started meanwhile",
-                   static_cast<long>(watch.ulLargest) - static_cast<long>(kLimit), read.iLateStarts),
-       read.iLateStarts <= kTills && watch.Files().size() > 1}};
+  Verdict sum = Sum(*seen, read);
+  sum.deaths = deaths;
+  sum.dSeconds = seconds;
+  return FindingsOf(sum, watch, read);
 }
 
 } // namespace trust

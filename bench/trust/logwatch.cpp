@@ -14,6 +14,15 @@
 
 namespace trust {
 
+namespace {
+
+unsigned long SizeOf(const std::string& file) {
+  struct stat info = {};
+  return stat(file.c_str(), &info) == 0 ? static_cast<unsigned long>(info.st_size) : 0;
+}
+
+} // namespace
+
 LogWatch::LogWatch(const std::string& oLog) : log(oLog), thread([this] { Watch(); }) {}
 
 void LogWatch::Stop() {
@@ -25,6 +34,12 @@ std::vector<std::string> LogWatch::Files() const {
   std::vector<std::string> files;
   for (size_t i = 0; i < seen.size(); ++i) files.push_back(kept / std::to_string(i));
   return files;
+}
+
+int LogWatch::Late() const {
+  int late = 0;
+  for (size_t i = 0; i < moved.size(); ++i) late += SizeOf(kept / std::to_string(i)) != moved[i];
+  return late;
 }
 
 void LogWatch::Watch() {
@@ -43,6 +58,7 @@ void LogWatch::Look() {
   if (std::find(seen.begin(), seen.end(), info.st_ino) != seen.end()) return;
   const std::string name = kept / std::to_string(seen.size());
   if (link(log.c_str(), name.c_str()) != 0 || stat(name.c_str(), &info) != 0) return;
+  if (!seen.empty()) moved.push_back(SizeOf(kept / std::to_string(seen.size() - 1)));
   seen.push_back(info.st_ino);
 }
 

@@ -26,6 +26,9 @@ public:
   // The files that the log was, in their order.
   std::vector<std::string> Files() const;
 
+  // How many of them grew after they had been moved: lines that the next move takes away.
+  int Late() const;
+
   unsigned long ulLargest = 0;      // bytes
   int iHeld = 0, iWrittenUnder = 0; // how often the lock was held here, and the log grew under it
 
@@ -37,6 +40,7 @@ private:
   const std::string log;
   Scratch kept;
   std::vector<ino_t> seen;
+  std::vector<unsigned long> moved; // the size of each when the next one was there
   std::atomic<bool> over = false;
   std::thread thread;
 };
@@ -54,8 +58,9 @@ struct LogRead {
   std::string oLastVersion;
 };
 
-// The beginnings of lines that are counted.
+// The beginnings of lines that are counted, and where in them those of locks stand.
 extern const char* const mpccCounted[14];
+constexpr int kRemovedClient = 10, kPut = 12, kRemoved = 13;
 
 LogRead ReadLog(const std::vector<std::string>& files, unsigned long limit);
 

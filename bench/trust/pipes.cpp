@@ -29,9 +29,8 @@ int DeadEnd() {
 bool ToChannel() {
   int in[2];
   UnnamedPipes pipes;
-  const bool good = pipe(in) == 0 && pipes.Import(fmt::format("{}#{}", DeadEnd(), in[0]).c_str()) &&
-                    pipes.WriteBlock("text", 4, UnnamedPipes::eBTver0) == 0 && pipes.Write("text", 4) == 0;
-  return good;
+  return pipe(in) == 0 && pipes.Import(fmt::format("{}#{}", DeadEnd(), in[0]).c_str()) &&
+         pipes.WriteBlock("text", 4, UnnamedPipes::eBTver0) == 0 && pipes.Write("text", 4) == 0;
 }
 
 // The log on a standard output that nobody reads any more, while the till sells.
