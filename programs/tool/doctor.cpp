@@ -27,7 +27,7 @@ struct tSeverityRow {
 constexpr tSeverityRow kSeverities[] = {{"ok", eColGood}, {"warning", eColWarn}, {"problem", eColBad}};
 
 constexpr void (*kChecks[])(Findings&) = {CheckPlace,   CheckPrograms, CheckConfiguration, CheckLocks,
-                                          CheckUpdates, CheckLog,      CheckClock};
+                                          CheckUpdates, CheckLog,      CheckJournal,       CheckClock};
 
 struct tOptions {
   tString oRoot, oBundle;

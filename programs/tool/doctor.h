@@ -39,6 +39,7 @@ void CheckConfiguration(Findings& oFound); // keys and values
 void CheckLocks(Findings& oFound);         // who holds them, which are left over
 void CheckUpdates(Findings& oFound);       // version lists, pending and half-written updates
 void CheckLog(Findings& oFound);           // writable, size, card numbers
+void CheckJournal(Findings& oFound);       // writable, whole, payments whose outcome nobody knows
 void CheckClock(Findings& oFound);
 
 // The names in a directory that match a shell pattern, sorted.

@@ -33,7 +33,7 @@ TEST(Doctor, HealthyBeforeAndAfterTheFirstSale) {
   EXPECT_EQ(run.iExit, 0) << run.oOut;
   EXPECT_THAT(run.oOut, AllOf(HasSubstr("can be loaded, launcher version 200917"), HasSubstr("none is held"),
                               HasSubstr("client 1: nothing is released"), HasSubstr("zat_comm.log: "),
-                              Not(HasSubstr("\x1B"))));
+                              HasSubstr("every outcome is known, of 1 entries"), Not(HasSubstr("\x1B"))));
   const json told = json::parse(shop.Doctor("--json").oOut, nullptr, false);
   EXPECT_EQ(told["result"], "ok");
   EXPECT_GT(told["findings"].size(), 8u);
@@ -83,6 +83,11 @@ TEST(Doctor, BrokenInstallations) {
       {"echo 4000001234567899 > BIN/zat_comm.log", 2, "log", "1 card numbers in clear"},
       {"printf '2999-01-01 00.00.00 {00000001} : x\\r\\n' > BIN/zat_comm.log", 1, "clock", "in the future"},
       {"touch zat_expt.log", 1, "log", "zat_expt.log is there"},
+      {"mkdir till.jnl", 2, "journal", "cannot be read"},
+      {"zat_till sale 12.77 --lib BIN/libzat_ms.so >/dev/null; rm *.lck", 1, "journal",
+       "outcome unknown: 1, since"},
+      {"zat_till sale 12 --lib BIN/libzat_ms.so >/dev/null; printf x >> till.jnl", 1, "journal",
+       "is damaged"},
   };
   for (const auto& row : rows) {
     Shop shop;
