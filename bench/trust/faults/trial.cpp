@@ -16,6 +16,8 @@ namespace faults {
 
 namespace {
 
+constexpr int kFreeingMs = 500;
+
 std::string HeldLocks(const std::string& root) {
   std::string held;
   for (const char* dir : {"", "BIN", "DOWNLOAD/123"}) {
@@ -86,7 +88,12 @@ std::string LeftBehind(const std::string& root, const std::set<int>& before) {
   if (OpenDescriptors() != before) return "a descriptor is left open";
   const std::string children = LeftChildren();
   if (!children.empty()) return children;
-  const std::string held = HeldLocks(root);
+  // An updater frees the main lock a moment after it has taken its own away, which tells that it is done.
+  std::string held = HeldLocks(root);
+  for (int ms = 0; ms < kFreeingMs && !held.empty(); ++ms) {
+    usleep(1000);
+    held = HeldLocks(root);
+  }
   return held.empty() ? "" : "still held:" + held;
 }
 
