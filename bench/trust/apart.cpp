@@ -45,10 +45,12 @@ Finding Fault(const Area& area, const std::string& found) {
   _exit(0);
 }
 
-// Waits for the end of a process and kills it when the time is over: false then.
+// Waits for the end of an area's process and kills it when the time is over: false then. What its tills and updaters have
+// left to themselves is reaped meanwhile, or it would stand in the table of processes for as long as the area takes.
 bool WaitOrKill(pid_t child, double limit, int* status) {
   const Clock::time_point begin = Clock::now();
-  while (waitpid(child, status, WNOHANG) == 0) {
+  for (pid_t got; (got = waitpid(-1, status, WNOHANG)) != child;) {
+    if (got > 0) continue;
     if (SecondsSince(begin) > limit) {
       kill(child, SIGKILL);
       waitpid(child, status, 0);
