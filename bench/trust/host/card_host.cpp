@@ -39,12 +39,17 @@ struct Found {
   char where[64] = "";
 };
 
+// Apart from the loop, where the compiler would know the marks and keep their bytes on the stack, to be found there.
+__attribute__((noipa, no_sanitize_address)) bool Is(const char* at, const std::string_view& mark) {
+  return memcmp(at, mark.data(), mark.size()) == 0;
+}
+
 __attribute__((no_sanitize_address)) void LookThrough(const char* from, const char* to, const char* name,
                                                       Found& found) {
   for (const char* at = from; at + 24 <= to; ++at) {
     if (*at != '7' && *at != '3' && *at != '8' && *at != '=' && *at != 'D' && *at != '0') continue;
     for (std::string_view mark : trust::kMarks) {
-      if (memcmp(at, mark.data(), mark.size()) != 0) continue;
+      if (!Is(at, mark)) continue;
       if (found.count++ == 0) {
         found.mark = mark;
         snprintf(found.where, sizeof found.where, "%.40s+%zx", name, static_cast<size_t>(at - from));
