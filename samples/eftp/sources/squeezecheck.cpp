@@ -3,6 +3,7 @@
 #include "squeezenode.h"
 #include <algorithm>
 #include <initializer_list>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -196,7 +197,11 @@ tString DumpNode(const Buffer& o, uint64_t n, const tString& oParent, size_t lIn
 } // namespace
 
 bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow, tSqueezeFault* poFault) {
-  tSqueezeFault fault = pvBuffer ? CheckAll(Buffer(pvBuffer, nSize), oHow) : kSound;
+  tSqueezeFault fault = kSound;
+  try {
+    if (pvBuffer) fault = CheckAll(Buffer(pvBuffer, nSize), oHow);
+  } catch (const std::bad_alloc&) { // nothing is known to be wrong
+  }
   if (poFault) *poFault = fault;
   return fault.iInvariant == 0;
 }

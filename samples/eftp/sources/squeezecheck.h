@@ -22,7 +22,8 @@ struct tSqueezeFault {
 };
 
 // Whether a buffer of nSize bytes is a sound store; if not, *poFault (may be null) receives the first thing
-// that is wrong. A null buffer, that of a store without memory, counts as sound.
+// that is wrong. A null buffer, that of a store without memory, counts as sound, and so does one
+// that there is no memory to look at: the check runs within the operations of a debug build, which do not throw.
 ZAT_API bool SqueezeCheck(const void* pvBuffer, uint64_t nSize, tSqueezeCheck oHow,
                           tSqueezeFault* poFault = nullptr);
 
