@@ -29,3 +29,10 @@ if(ZAT_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# Counts every line and branch that runs; atomically, because hosts have threads.
+option(ZAT_COVERAGE "Count what the tests reach" OFF)
+if(ZAT_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic -fprofile-abs-path)
+  add_link_options(--coverage)
+endif()

@@ -98,7 +98,8 @@ bool UnnamedPipes::Open() {
 
 const char* UnnamedPipes::Export() {
   const bool fThere = miHExt[0] != -1 && miHExt[1] != -1;
-  oExpH = fThere ? std::to_string(miHExt[1]) + "#" + std::to_string(miHExt[0]) : "-";
+  oExpH = "-";
+  if (fThere) oExpH = std::to_string(miHExt[1]) + "#" + std::to_string(miHExt[0]);
   return oExpH.c_str();
 }
 

@@ -1,5 +1,6 @@
 // The module's side of the pipe, written by somebody hostile: blocks and half blocks through eftp_do, between polls,
 // requests and breaks of a till.
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -22,6 +23,7 @@ struct Till {
     man.fOldRet = settings & 2;
     man.lCP = settings & 4 ? 866 : 1251;
     man.oWIdLst = settings & 8 ? eEFTPwidFinDay : eEFTPwidSale;
+    if (settings & 16) man.oSts = eEFTSbad;
     man.oId = "0000000123";
     Start();
   }
@@ -29,6 +31,8 @@ struct Till {
 
   void Start() {
     man.oMSGD.pvExHandle = SysCallBegin("");
+    fuzz::Weather(1, EMFILE);
+    FUZZ_HOLDS(!man.oUP.Open() && !man.oUP.IsReady());
     FUZZ_HOLDS(man.oMSGD.pvExHandle && man.oUP.Open());
   }
 
@@ -38,6 +42,12 @@ struct Till {
   void Block(const std::string& data) {
     Write(std::string{0x17, static_cast<char>(data.size()), static_cast<char>(data.size() >> 8)} + data +
           '\x17');
+  }
+
+  // More than is announced, and no end where it should be.
+  void Unended(const std::string& data) {
+    const size_t told = data.size() / 2;
+    Write(std::string{0x17, static_cast<char>(told), static_cast<char>(told >> 8)} + data);
   }
 
   // A buffer just as long as the header of the request in it says, like that of a till.
@@ -69,12 +79,18 @@ FUZZ_TARGET(blocks) {
   while (!in.Empty()) {
     switch (const unsigned step = in.Byte(); step % 8) {
     case 0: till.Block(in.Short()); break;
-    case 1: till.Block(in.Text(in.Word())); break;
+    case 1: step & 8 ? till.Unended(in.Text(in.Word())) : till.Block(in.Text(in.Word())); break;
     case 2: till.Write(in.Short()); break;
+    case 7: // the host has closed what it did not know
+      if (step & 32) till.man.oUP.Close();
+      till.Call(nullptr, true, false);
+      break;
     case 3: till.Call(till.Request(in.Short()).get(), true, false); break;
     case 4: till.Call(till.Request("10" + till.man.oId + "0C000000001000").get(), step & 8, false); break;
+    case 5: fuzz::Weather(static_cast<int>(step / 64), step & 8 ? EAGAIN : EINTR); [[fallthrough]];
     default: till.Call(nullptr, true, step & 16); break;
     }
+    fuzz::Weather(0, 0);
     if (!till.man.oMSGD.pvExHandle) till.Start(); // the end block was read: the next exchange
   }
 }

@@ -67,6 +67,25 @@ FUZZ_TARGET(locks) {
   FUZZ_HOLDS(tryflock(lock.c_str()) == 0 && holdsflock(lock.c_str()) && tryflock(lock.c_str()) == 1);
   FUZZ_HOLDS(remflock(lock.c_str()) == 0 && access(lock.c_str(), F_OK) != 0);
 
+  // When the system fails in the middle, nothing is held afterwards, and an interruption is no failure.
+  constexpr int kCodes[] = {EINTR, EINTR, ENOSPC, EMFILE, EWOULDBLOCK};
+  for (int code : kCodes)
+    for (int times = 1; times <= 3; ++times) {
+      fuzz::Weather(times, code);
+      const int taken = bytes.size() % 2 ? putflock(lock.c_str()) : tryflock(lock.c_str(), true);
+      fuzz::Weather(code == EINTR ? 1 : 0, code);
+      const int brief = taken == 0 ? -1 : zat::TakeBriefLock(lock.c_str());
+      fuzz::Weather(0, 0);
+      FUZZ_HOLDS(code != EINTR || taken == 0);
+      if (taken == 0) FUZZ_HOLDS(remflock(lock.c_str()) == 0);
+      if (brief >= 0) zat::FreeBriefLock(lock.c_str(), brief);
+      FUZZ_HOLDS(!holdsflock(lock.c_str()) && tryflock(lock.c_str()) == 0 && remflock(lock.c_str()) == 0);
+      fuzz::Weather(times, code);
+      const int once = zat::TakeBriefLock(lock.c_str());
+      fuzz::Weather(0, 0);
+      if (once >= 0) zat::FreeBriefLock(lock.c_str(), once);
+    }
+
   // The same bytes as a record log and as a file with a checksum.
   const std::string log = Place() / "records.log";
   Write(log, bytes);

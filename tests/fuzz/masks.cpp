@@ -1,4 +1,5 @@
 // Masks, digits and words of texts that somebody else has chosen.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -25,7 +26,8 @@ bool Covers(const char* text, const char* mask) {
 } // namespace
 
 FUZZ_TARGET(masks) {
-  const std::string mask = CText(in), fill = in.Text(1), text = CText(in), bytes = in.Rest();
+  const std::string mask = CText(in), fill = in.Text(1), text = CText(in);
+  std::string bytes = in.Rest();
   size_t used = 0;
   const size_t matched = strlenmask(text.c_str(), mask.c_str(), &used);
   FUZZ_HOLDS(matched <= text.size() && used <= mask.size());
@@ -46,6 +48,18 @@ FUZZ_TARGET(masks) {
       FUZZ_HOLDS(length == first.size() && first == std::string(buffer.get(), length));
     }
   }
+  // Nothing counts as an empty text.
+  FUZZ_HOLDS(strlenmask(text.c_str(), nullptr, nullptr) == 0 &&
+             strlenmask(nullptr, mask.c_str(), nullptr) == 0);
+  FUZZ_HOLDS(strmask(text.c_str(), nullptr) == text.empty() && strmask(nullptr, nullptr));
+  FUZZ_HOLDS(oMaskParser(nullptr, 0, nullptr) == eMCNone &&
+             !cMaskTestString(nullptr, &bytes[0], nullptr, nullptr, true));
+  FUZZ_HOLDS(!cMaskTestString(mask.c_str(), nullptr, nullptr, nullptr, true));
+  std::string whole = text; // up to its end mark, without a length
+  cMaskTestString(mask.c_str(), whole.data(), nullptr, fill.empty() ? nullptr : fill.data(), false);
+  char two[2] = {};
+  FUZZ_HOLDS(carememcpy(two, 2, text.data(), text.size()) == std::min<size_t>(2, text.size()));
+  FUZZ_HOLDS(carememcpy(nullptr, 2, text.data(), 2) == 0 && carememcpy(two, 2, nullptr, 2) == 0);
   FUZZ_HOLDS((UL_SCmp(text.c_str(), mask.c_str()) < 0) == (UL_SCmp(mask.c_str(), text.c_str()) > 0));
 }
 

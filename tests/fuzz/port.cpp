@@ -68,5 +68,15 @@ FUZZ_TARGET(port) {
   if (kind & 64) link.Arrive("\x06"); // acknowledged, whatever comes then
   link.Arrive(in.Rest());
   kSteps[step % std::size(kSteps)](port, link, step / std::size(kSteps));
-  if (kind & 128) port.SomeEot(&port, false);
+  if (kind & 128) {
+    port.SomeEot(&port, false);
+    port.oPortWork.WriteLog = nullptr;
+  }
+  for (const tLen length : {tLen{0}, tLen{step}, port.lCmdMax - 1, port.lCmdMax, port.lCmdMax + 1, ~tLen{0}})
+    for (const tBool set : {0, 1}) {
+      if (!set && length > port.lCmdMax) continue; // what was received is in the buffer
+      tLen secured = length;
+      const bool done = port.SecureDat(&port, port.pbCmd, &secured, port.lCmdMax, set, step % 4);
+      FUZZ_HOLDS(!done || port.lCmdSign == 0 || secured <= port.lCmdMax);
+    }
 }

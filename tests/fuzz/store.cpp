@@ -4,6 +4,7 @@
 
 #include "EFTPMisc.h"
 #include "fuzz.h"
+#include "odd_alloc.h"
 
 namespace {
 
@@ -44,7 +45,9 @@ bool Put(Model& model, const std::string& path, Value value) {
 }
 
 // Whether a put without a result has still made all the nodes that the path asks for.
-bool Roomy(const SqueezeT& store, const std::string& path) { return store.nStep != 0 || !IsPath(path); }
+template<class Store> bool Roomy(const Store& store, const std::string& path) {
+  return store.nStep != 0 || !IsPath(path);
+}
 
 void Same(SqueezeT& store, const Model& model) {
   FUZZ_HOLDS(zat::SqueezeCheck(store.pbBuffer, store.nBuffer, zat::eSCtags));
@@ -57,7 +60,7 @@ void Same(SqueezeT& store, const Model& model) {
 }
 
 // One operation on both. False when the store had no room: what it then lost is its own affair.
-bool Step(SqueezeT& store, Model& model, fuzz::Bytes& in) {
+template<class Store> bool Step(Store& store, Model& model, fuzz::Bytes& in) {
   const unsigned kind = in.Below(8);
   const std::string path = Path(in);
   const auto known = model.find(path);
@@ -82,21 +85,21 @@ bool Step(SqueezeT& store, Model& model, fuzz::Bytes& in) {
   }
   if (kind == 5) store.mem_squeeze();
   if (kind == 6) {
-    SqueezeT copy(store);
-    store = SqueezeT(32, store.nStep);
+    Store copy(store);
+    store = Store(32, store.nStep);
     store = copy;
   }
   if (kind == 7) FUZZ_HOLDS((store.Find(path).ss_get() != nullptr) == (known != model.end()));
   return true;
 }
 
-SqueezeT Fresh(fuzz::Bytes& in) {
+template<class Store> Store Fresh(fuzz::Bytes& in) {
   const unsigned size = 32 + in.Byte() * 4;
-  return SqueezeT(size, in.Below(64));
+  return Store(size, in.Below(64));
 }
 
 // Everything that reads or writes, without a look at the results: they need only end, inside the buffer.
-void UseAll(SqueezeT& store, const std::string& path) {
+void UseAll(OddStore& store, const std::string& path) {
   std::string text;
   long number;
   store.GetLong(store.Find(path), number);
@@ -105,7 +108,18 @@ void UseAll(SqueezeT& store, const std::string& path) {
     if (!node) break;
     store.GetDataEx(node, &text, nullptr);
     store.Searcher(node, path, false);
+    store.SearcherUni(node, path, 1, path.size() % 4, node, n & 1, false);
+    char part[64] = {};
+    store.prop_GetData(node, n & 2 ? part : nullptr, n * 4);
+    store.prop_PutData(node, n & 2 ? part : nullptr,
+                       store.prop_GetDataLen(node) < sizeof part ? store.prop_GetDataLen(node) : 0);
+    store.LinkData(node, path, nullptr, n & 1, n & 4 ? eDTnode : static_cast<tDataType>(3), true);
   }
+  FUZZ_HOLDS(!store.node_putdata(nullptr, 1, true) && !store.PutDataEx("a", nullptr, 1, eDTpdata));
+  const OddStore& self = store;
+  store = self;
+  OddStore other(64, 0);
+  other = store;
   if (auto* node = store.node_get(1)) store.SearcherUni(node, "", 1, 0, node, false, false);
   zat::SqueezeDump(store.pbBuffer, store.nBuffer);
 }
@@ -113,7 +127,7 @@ void UseAll(SqueezeT& store, const std::string& path) {
 } // namespace
 
 FUZZ_TARGET(store) {
-  SqueezeT store = Fresh(in);
+  SqueezeT store = Fresh<SqueezeT>(in);
   Model model;
   bool room = true;
   while (room && !in.Empty()) {
@@ -125,9 +139,11 @@ FUZZ_TARGET(store) {
 
 FUZZ_TARGET(damage) {
   zat::SqueezeGuard::fEnabled = false; // sound before is not sound after, when the damage comes in between
-  SqueezeT store = Fresh(in);
+  const unsigned memory = in.Byte();
+  OddStore store = Fresh<OddStore>(in);
   Model ignored;
   for (unsigned steps = in.Below(8); steps && Step(store, ignored, in); --steps) {}
+  OddMemory::nLimit = memory & 1 ? memory * 8 : ~size_t{0}; // a longer block is refused from now on
   while (!in.Empty()) {
     for (unsigned words = in.Below(4); words && store.pbBuffer; --words) {
       const uint64_t at = in.Word() % store.nBuffer;
@@ -156,9 +172,11 @@ FUZZ_TARGET(damage) {
     case 6:
       if (auto* node = store.node_get(in.Byte())) store.SearcherUni(node, path, 1, 0, node, false, true);
       break;
-    case 7: store = SqueezeT(store); break;
+    case 7: store = OddStore(store); break;
     }
     UseAll(store, path);
   }
+  FUZZ_HOLDS(!OddMemory::fBroken);
+  OddMemory::nLimit = ~size_t{0};
   zat::SqueezeGuard::fEnabled = true;
 }

@@ -228,6 +228,26 @@ TEST_F(Locks, InheritedLockLivesWithTheProgram) {
   }
 }
 
+// So many a process can hold. One more is refused, and leaves nothing behind; a lock whose file somebody has removed, or
+// whose descriptor a host has closed, makes room.
+TEST_F(Locks, AFullTableRefusesUntilThereIsRoom) {
+  constexpr int kRoom = 256;
+  const auto name = [this](int i) { return dir / std::to_string(i) + ".lck"; };
+  for (int i = 0; i < kRoom; ++i) ASSERT_EQ(tryflock(name(i).c_str()), 0) << i;
+  const long before = OpenDescriptors();
+  EXPECT_EQ(tryflock(lock), 1);
+  EXPECT_EQ(putflock(lock), 1);
+  EXPECT_EQ(OpenDescriptors(), before);
+  fs::remove(name(7));
+  EXPECT_EQ(tryflock(lock), 0);
+  EXPECT_EQ(OpenDescriptors(), before) << "the removed one's is closed";
+  close(Descriptor());
+  EXPECT_EQ(tryflock((path + "2").c_str()), 0);
+  EXPECT_FALSE(holdsflock(lock));
+  EXPECT_EQ(remflock((path + "2").c_str()), 0);
+  for (int i = 0; i < kRoom; ++i) EXPECT_EQ(remflock(name(i).c_str()), i == 7 ? -1 : 0);
+}
+
 TEST_F(Locks, StandardDescriptorsStayFree) {
   EXPECT_EQ(Child([&] {
               for (int fd : {0, 1, 2}) close(fd);

@@ -152,6 +152,25 @@ TEST(UPipes, NothingToReadReturnsAtOnce) {
   EXPECT_LT(Seconds(start), 5);
 }
 
+TEST(UPipes, AClosedChannelMovesNothing) {
+  UnnamedPipes open, closed, half;
+  ASSERT_TRUE(open.Open());
+  half.miHLoc[0] = dup(open.miHLoc[0]);
+  EXPECT_FALSE(closed.IsReady() || half.IsReady());
+  char byte = 'x';
+  for (const UnnamedPipes::tBType type :
+       {UnnamedPipes::eBTnone, UnnamedPipes::eBTver0, UnnamedPipes::eBTv0cb}) {
+    EXPECT_EQ(closed.ReadBlock(&byte, 1, type) + closed.WriteBlock(&byte, 1, type) +
+                  half.WriteBlock(&byte, 1, type),
+              0);
+    EXPECT_EQ(open.ReadBlock(&byte, -1, type) + open.WriteBlock(&byte, -1, type), 0);
+  }
+  EXPECT_EQ(closed.Read(&byte, 1) + closed.Write(&byte, 1), 0);
+  EXPECT_EQ(open.Read(&byte, 0) + open.Write(&byte, 0) + open.Read(&byte, -1) + open.Write(&byte, -1), 0);
+  EXPECT_FALSE(closed.WaitIn(-1));
+  EXPECT_STREQ(half.Export(), "-");
+}
+
 TEST(UPipes, ExportAndImport) {
   UP pipes;
   EXPECT_STREQ(pipes.Export(), "-");

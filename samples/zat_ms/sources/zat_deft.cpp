@@ -107,7 +107,8 @@ bool tTOmanager::TooEarly() const {
 MicroSMan::MicroSMan(const char* szConfigPath)
     : pvSelfForCheck(this), oSts(eEFTSclear), mucBUF{}, iIn(0), lCP(kRussian), fCanBreak(false),
       fOldRet(false), oWIdLst(eEFTPwidNone) {
-  oIPath = szConfigPath && *szConfigPath ? '"' + tString(szConfigPath) + '"' : tString("-");
+  oIPath = "-";
+  if (szConfigPath && *szConfigPath) oIPath = '"' + tString(szConfigPath) + '"';
   tString home;
   DetectLocDir("[MonoS]", home);
   ConvertLocToHome(home);
