@@ -17,6 +17,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
 
+if(ZAT_CHECK)
+  # The lines of the source, by which the measurements of trust tell from where the system is called.
+  add_compile_options($<$<CONFIG:Release>:-g1>)
+endif()
+
 option(ZAT_SANITIZE "Address and undefined-behaviour sanitizers" OFF)
 if(ZAT_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

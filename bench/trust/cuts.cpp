@@ -33,7 +33,6 @@ constexpr TillCut kTillCuts[] = {
     {"sale", eTill, "the till is killed at each call of a sale", 1, 25},
     {"update", eTill, "the till is killed while an update is installed", 10, 150},
     {"update", eUpdater, "the updater is killed while an update is installed", 2, 25}};
-constexpr double kNextSeconds = 5; // until when the next till has paid
 
 Finding CutModule(Lab& lab, const Extent& extent, const ModuleCut& cut) {
   std::vector<Trial> trials;
@@ -59,9 +58,7 @@ Finding CutTill(Lab& lab, const Extent& extent, const TillCut& cut) {
   Tally tally;
   for (size_t i = 0; i < trials.size(); ++i)
     tally.Add(results[i], [&] { return fmt::format("at call {}", trials[i].lAt); });
-  Finding finding = tally.Verdict(cut.pccWhat);
-  finding.fGood = finding.fGood && tally.NextSeconds() < kNextSeconds;
-  return finding;
+  return tally.Verdict(cut.pccWhat);
 }
 
 } // namespace

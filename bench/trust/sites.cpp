@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cxxabi.h>
-#include <memory>
 #include <string_view>
 
 #include <fmt/core.h>
@@ -120,15 +118,6 @@ bool IsHarmless(std::string_view name) {
          std::find(std::begin(kHarmless), std::end(kHarmless), name) != std::end(kHarmless);
 }
 
-std::string Demangled(const std::string& name) {
-  const std::unique_ptr<char, void (*)(void*)> text(
-      abi::__cxa_demangle(name.c_str(), nullptr, nullptr, nullptr), free);
-  std::string out = text ? text.get() : name;
-  constexpr std::string_view kNobodys = "(anonymous namespace)::";
-  for (size_t at; (at = out.find(kNobodys)) != out.npos;) out.erase(at, kNobodys.size());
-  return out.substr(0, out.find('('));
-}
-
 // The lines that a command writes; none when it fails.
 bool ForEachLine(const std::string& command, const auto& take) {
   FILE* in = popen(command.c_str(), "r");
@@ -172,69 +161,77 @@ bool Sites::Load(const std::string& file) {
         name = name.substr(0, name.find('@'));
         if (!IsName(name) && !IsHarmless(name)) unknown.emplace(name);
       });
-  return listed && named && !calls.empty();
+  return listed && named && FindPlaces(file);
 }
 
 void Sites::TakeCall(uint64_t after, bool jump, const std::string& target) {
   // A program that carries the calls has them without a "@plt".
   const std::string name = target.substr(0, target.find("@plt"));
-  const auto function = FunctionAt(after);
-  const std::string in = function == functions.end() ? "" : function->second;
-  const bool ours = in.find("6faults") != in.npos || in.starts_with("Call_"); // the carrying itself
-  if (IsName(name) && !ours)
-    calls[after] = {name, in, jump};
+  const auto behind = functions.upper_bound(after - 1);
+  const std::string in = behind == functions.begin() ? "" : std::prev(behind)->second;
+  const bool carrying = in.find("6faults") != in.npos || in.starts_with("Call_");
+  if (IsName(name) && !carrying)
+    calls[after] = {"", name, in, jump};
   else if (!jump)
     inner[after] = target;
 }
 
-bool Sites::Visit(const std::string& name, uint64_t offset) {
-  const auto call = calls.find(offset);
-  if (call == calls.end() || call->second.fJump || call->second.oName != name) return VisitJump(name, offset);
-  call->second.fVisited = true;
-  return true;
+bool Sites::FindPlaces(const std::string& file) {
+  std::string command = "addr2line -e " + file;
+  for (const auto& [after, call] : calls) command += fmt::format(" {:#x}", after - 1);
+  auto call = calls.begin();
+  const bool asked = ForEachLine(command + " 2>/dev/null", [&](std::string_view line) {
+    if (call == calls.end()) return;
+    line = line.substr(0, line.find(' ')); // the rest tells one of several copies on a line from the others
+    const size_t directory = line.rfind('/');
+    call->second.oPlace = call->second.oName + " at " + std::string(line.substr(directory + 1));
+    places[call->second.oPlace] = false;
+    ++call;
+  });
+  return asked && call == calls.end() && !calls.empty();
 }
 
-// It returned to the caller of a function that ends with the call: that function is the one called there.
-bool Sites::VisitJump(const std::string& name, uint64_t offset) {
+// The places that a call which returned there can have been made from: one, or several that look alike from there.
+std::vector<std::string> Sites::PlacesOf(const std::string& name, uint64_t offset) const {
+  const auto call = calls.find(offset);
+  if (call != calls.end() && !call->second.fJump && call->second.oName == name) return {call->second.oPlace};
+  // It returned to the caller of a function that ends with the call: that function is the one called there.
+  std::vector<std::string> all;
   const auto caller = inner.find(offset);
+  for (const auto& [after, jump] : calls) {
+    if (!jump.fJump || jump.oName != name || caller == inner.end()) continue;
+    if (caller->second.empty() || caller->second == jump.oFunction) all.push_back(jump.oPlace);
+  }
+  return all;
+}
+
+bool Sites::Visit(const std::string& name, uint64_t offset) { return VisitAs(*this, name, offset); }
+
+bool Sites::VisitAs(const Sites& other, const std::string& name, uint64_t offset) {
   bool found = false;
-  for (auto& [after, call] : calls) {
-    if (!call.fJump || call.oName != name || caller == inner.end()) continue;
-    if (caller->second.empty() || caller->second.starts_with(call.oFunction)) found = call.fVisited = true;
+  for (const std::string& text : other.PlacesOf(name, offset)) {
+    const auto place = places.find(text);
+    if (place != places.end()) found = place->second = true;
   }
   return found;
 }
 
+void Sites::LeaveOut(const Sites& other) {
+  std::erase_if(places, [&](const auto& place) { return other.places.count(place.first) > 0; });
+}
+
+size_t Sites::Count() const { return places.size(); }
+
 std::vector<std::string> Sites::Unvisited() const {
   std::vector<std::string> all;
-  for (const auto& [after, call] : calls)
-    if (!call.fVisited) all.push_back(call.oName + " in " + Demangled(call.oFunction));
+  for (const auto& [text, visited] : places)
+    if (!visited) all.push_back(text);
   return all;
 }
 
-std::map<uint64_t, std::string>::const_iterator Sites::FunctionAt(uint64_t offset) const {
-  const auto behind = functions.upper_bound(offset - 1);
-  return behind == functions.begin() ? functions.end() : std::prev(behind);
-}
-
-bool Sites::VisitAs(const Sites& other, const std::string& name, uint64_t offset) {
-  const auto there = other.FunctionAt(offset);
-  if (there == other.functions.end()) return false;
-  bool found = false;
-  for (const auto& [begin, function] : functions)
-    if (function == there->second) found = Visit(name, begin + offset - there->first) || found;
-  return found;
-}
-
-void Sites::LeaveOut(const Sites& other) {
-  std::set<std::string> theirs;
-  for (const auto& [begin, function] : other.functions) theirs.insert(function);
-  std::erase_if(calls, [&](const auto& call) { return theirs.count(call.second.oFunction) > 0; });
-}
-
 std::string Sites::Text(const std::string& name, uint64_t offset) const {
-  const auto function = FunctionAt(offset);
-  return name + " in " + (function == functions.end() ? "?" : Demangled(function->second));
+  const std::vector<std::string> all = PlacesOf(name, offset);
+  return all.empty() ? name : all.front();
 }
 
 } // namespace trust

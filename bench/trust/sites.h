@@ -9,20 +9,21 @@ namespace trust {
 
 class Sites {
 public:
-  // Reads a program or object with objdump. False when that is not to be had.
+  // Reads a program or object with objdump, addr2line and nm. False when they are not to be had.
   bool Load(const std::string& file);
 
-  // How many places call a name of calls.inc, and which of them no call came from, as "name in function".
-  size_t Count() const { return calls.size(); }
+  // How many places call a name of calls.inc, and which of them no call came from, in words. A place is a line of the
+  // source: where the compiler has made several of it, one counts for all.
+  size_t Count() const;
   std::vector<std::string> Unvisited() const;
 
   // Notes that a call of a name returned to an offset in the file. False when that is no place known here.
   bool Visit(const std::string& name, uint64_t offset);
 
-  // The same for a place in another file that holds the same functions. False for a function that is not in this one.
+  // The same for a call in another file. False for a place that is not in this one.
   bool VisitAs(const Sites& other, const std::string& name, uint64_t offset);
 
-  // Leaves out the places in functions that the other file holds as well.
+  // Leaves out the places that the other file has as well.
   void LeaveOut(const Sites& other);
 
   // A place in words.
@@ -34,17 +35,18 @@ public:
 
 private:
   struct Call {
+    std::string oPlace; // "name at file:line"
     std::string oName, oFunction;
     bool fJump; // the function ends with it: it returns to the function's caller
-    bool fVisited = false;
   };
   void TakeCall(uint64_t after, bool jump, const std::string& target);
-  bool VisitJump(const std::string& name, uint64_t offset);
-  std::map<uint64_t, std::string>::const_iterator FunctionAt(uint64_t offset) const;
+  bool FindPlaces(const std::string& file);
+  std::vector<std::string> PlacesOf(const std::string& name, uint64_t offset) const;
 
   std::map<uint64_t, Call> calls;            // by the address behind them
   std::map<uint64_t, std::string> functions; // by the address where they begin
   std::map<uint64_t, std::string> inner;     // calls of the file's own functions, "" through a pointer
+  std::map<std::string, bool> places;        // whether one has been visited
   std::set<std::string> unknown;
 };
 

@@ -69,7 +69,7 @@ constexpr long kKnown[] = {
     SYS_gettid};
 
 // Only where memory runs out.
-constexpr const char* kElsewhere[] = {"close in zat::GzipWhole"};
+constexpr const char* kElsewhere[] = {"close at packing.cpp:"};
 
 class Measurement {
 public:
@@ -152,7 +152,8 @@ private:
 
   Finding Visited(const char* what, const Sites& sites) const {
     std::vector<std::string> missing = sites.Unvisited();
-    for (const char* place : kElsewhere) std::erase(missing, place);
+    for (const char* elsewhere : kElsewhere)
+      std::erase_if(missing, [&](const std::string& place) { return place.starts_with(elsewhere); });
     for (const std::string& place : missing) fmt::print(stderr, "not met: {}\n", place);
     return {what, fmt::format("{} places", sites.Count()),
             fmt::format("{} of {}{}", sites.Count() - missing.size(), sites.Count(),

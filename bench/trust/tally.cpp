@@ -7,11 +7,17 @@
 
 namespace trust {
 
+namespace {
+
+constexpr double kNextSeconds = 5; // a till without a fault must have paid by then, on a busy machine, too
+
+}
+
 void Tally::Add(const Result& result, const std::function<std::string()>& procWords) {
   ++tried;
   paid += result.oReason == "ok";
   unknown += result.oReason == "XL";
-  refused += result.oReason.size() == 2 && result.oReason != "ok" && result.oReason != "XL";
+  none += result.oReason.starts_with('-'); // no session, or a till that was killed before it was told
   worstMs = std::max(worstMs, result.dWorstMs);
   nextMs = std::max(nextMs, result.dNextMs);
   if (result.oProblem.empty()) return;
@@ -21,10 +27,12 @@ void Tally::Add(const Result& result, const std::function<std::string()>& procWo
 }
 
 Finding Tally::Verdict(const std::string& what) const {
-  return {what, fmt::format("{} faults: {} paid, {} refused, {} unknown", tried, paid, refused, unknown),
+  return {what,
+          fmt::format("{} faults: {} paid, {} refused, {} unknown, {} untold", tried, paid,
+                      tried - paid - unknown - none, unknown, none),
           problems ? fmt::format("{} problems, the first: {}", problems, first)
                    : fmt::format("longest call {:.1f} s, next till {:.1f} s", worstMs / 1000, nextMs / 1000),
-          problems == 0};
+          problems == 0 && NextSeconds() < kNextSeconds};
 }
 
 } // namespace trust

@@ -206,7 +206,7 @@ void Closed() {
 void Processes() {
   SysCall("exit 3");
   SysExec(At("program").c_str());
-  SysCallFor("sleep 60", 20);
+  SysCallFor("exec sleep 60", 20);
   if (void* handle = SysCallBegin("/bin/true")) {
     SysCallEnded(handle, nullptr);
     SysCallEnd(handle);
@@ -219,16 +219,19 @@ void Processes() {
 
 void OnChild(int) {}
 
-// A host with a handler for its children must get a signal for its own child that ended meanwhile.
+// A host that waits for its children in a handler, and one that ignores them: neither may lose, nor keep, a child of its
+// own that ended meanwhile.
 void HostsOwnChild() {
-  struct sigaction handler = {}, before;
-  handler.sa_handler = OnChild;
-  sigaction(SIGCHLD, &handler, &before);
-  const pid_t own = vfork();
-  if (own == 0) _exit(0);
-  SysCallFor("true", 5000);
-  while (own > 0 && waitpid(own, nullptr, 0) < 0 && errno == EINTR) {}
-  sigaction(SIGCHLD, &before, nullptr);
+  for (void (*how)(int) : {OnChild, SIG_IGN}) {
+    struct sigaction handler = {}, before;
+    handler.sa_handler = how;
+    sigaction(SIGCHLD, &handler, &before);
+    const pid_t own = vfork();
+    if (own == 0) _exit(0);
+    SysCallFor("true", 5000);
+    while (own > 0 && waitpid(own, nullptr, 0) < 0 && errno == EINTR) {}
+    sigaction(SIGCHLD, &before, nullptr);
+  }
 }
 
 // The other side of a till's pipes, and one whose reader is gone.

@@ -52,20 +52,25 @@ void Put(const char* bytes, size_t size) {
   }
 }
 
+bool Cuts() {
+  const int how = plan->iCutHow;
+  return how == eDies || how == eStops || how == eGoesSilent;
+}
+
 void Send(std::string_view block) {
   char frame[256] = {0x17, static_cast<char>(block.size()), 0};
   char* end = std::copy(block.begin(), block.end(), frame + 3);
   *end = 0x17;
-  const size_t size = block.size() + kFrame;
-  size_t before = size; // bytes of this block in front of the cut
-  const size_t cut = static_cast<size_t>(plan->iCut);
-  if (plan->iCutHow != eNoCut && cut < sent + size) before = cut > sent ? cut - sent : 0;
+  const size_t size = block.size() + kFrame, cut = static_cast<size_t>(plan->iCut);
+  const bool last = sent + size == kStream, cuts = Cuts();
+  if (last && !cuts) ++plan->iEnds; // before the till can have it; with a cut, when it has it
+  const size_t before = !cuts || cut >= sent + size ? size : cut > sent ? cut - sent : 0;
   Put(frame, before);
   if (before < size) DoCut();
   Put(frame + before, size - before);
   sent += size;
-  if (sent == kStream) ++plan->iEnds;
-  if (plan->iCutHow != eNoCut && cut == sent) DoCut();
+  if (last && cuts) ++plan->iEnds;
+  if (Cuts() && cut == sent) DoCut();
 }
 
 } // namespace

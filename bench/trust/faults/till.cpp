@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <regex>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,16 +79,29 @@ void SceneMend() {
   Put("UPDATE_T/texts", "new");
 }
 
+// The place is prepared by others, and nobody else is waited for.
+void ScenePlain() { plan->iRealSleepMs = 0; }
+
 struct Scene {
   const char* pccName;
   void (*procSet)();
 };
-void ScenePlain() {
-  plan->iRealSleepMs = 0;
-} // the place is prepared by others, and nobody else is waited for
-
 constexpr Scene kScenes[] = {
     {"plain", ScenePlain}, {"sale", SceneSale}, {"update", SceneUpdate}, {"mend", SceneMend}};
+
+std::string Get(const std::string& name) {
+  std::ifstream in(root + name);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// What of the update's files is neither as it was nor as the update brings it; empty when all are whole.
+std::string Torn() {
+  const std::string list = Get("DOWNLOAD/123/verslist.upd"), texts = Get("texts");
+  // The sale behind the update has nothing left to install, and notes that.
+  static const std::regex installed("INST *= *0000000[015]\\.000\\s"), highest("HI *= *00000005\\.000\\s");
+  if (!std::regex_search(list, installed) || !std::regex_search(list, highest)) return "a torn version list";
+  return texts.empty() || texts == "texts" ? "" : "a torn file of the update";
+}
 
 // ---- A trial -----------------------------------------------------------------------------------------------
 
@@ -96,8 +110,8 @@ void AfterLoss(const Object& object, void* session, Sale& sale, int cut) {
   const int module = plan->iModule;
   if (cut == eStops && module > 0 && sale.mcReason[0] == 'X' && sale.mcReason[1] == 'L') {
     siginfo_t info;
-    waitid(P_PID, static_cast<id_t>(module), &info,
-           WSTOPPED | WEXITED | WNOWAIT); // it has only said that it will stop
+    const int any = WSTOPPED | WEXITED | WNOWAIT;
+    waitid(P_PID, static_cast<id_t>(module), &info, any); // so far it has only said that it will stop
     plan->fSilent = false;
     kill(module, SIGCONT);
     sale.iResult = ZAT_MS_MORE;
@@ -193,6 +207,7 @@ Answer TrySale(const Order& order, const std::set<int>& before) {
   answer.dNextMs = NextSale(answer.oProblem);
   if (answer.oProblem.empty() && !AwaitInstalled(root, kInstalledMs))
     answer.oProblem = "an installation does not end";
+  if (answer.oProblem.empty() && order.oScene == "update") answer.oProblem = Torn();
   return answer;
 }
 
