@@ -25,6 +25,8 @@ namespace {
 constexpr int kErrors[] = {EINTR, EACCES, ENOSPC, EMFILE, EIO, kShort};
 constexpr size_t kTurn = 5; // of them in turn; the last one is for calls that move bytes
 
+constexpr size_t kKnownErrors = 2; // for a place that has had them all elsewhere
+
 // What is run, and of the calls from places that have had their errors already, one of how many meets one more.
 struct Stage {
   const char* pccScene;
@@ -98,14 +100,17 @@ private:
     std::vector<Trial> trials;
     std::map<uint64_t, long> times;
     for (size_t n = 1; n < trace.size(); ++n) {
-      const bool fresh = seen.insert(trace[n]).second;
-      const Trial one{stage.pccScene, stage.iRole, trace[n], ++times[trace[n]]};
-      const size_t errors = extent.Of(stage.lErrors, size_t{1});
-      for (size_t i = 0; fresh && i < errors; ++i)
-        Add(trials, one, kErrors[errors < 6 ? (n + i * 3) % kTurn : i]);
+      // A place that met every error in another scene meets some again: something else may come of it here.
+      const bool first = ++times[trace[n]] == 1, known = !seen.insert(trace[n]).second;
+      const Trial one{stage.pccScene, stage.iRole, trace[n], times[trace[n]]};
+      const size_t errors = extent.fShort ? !known
+                            : known       ? std::min(stage.lErrors, kKnownErrors)
+                                          : stage.lErrors;
+      for (size_t i = 0; first && i < errors; ++i)
+        Add(trials, one, kErrors[errors < std::size(kErrors) ? (n + i * 3) % kTurn : i]);
       // Where a file system does not know a way of renaming, there is another.
-      if (fresh && !strcmp(NameOf(NameIn(trace[n])), "renameat2")) Add(trials, one, EINVAL);
-      if (!fresh && !extent.fShort && n % stage.lStride == 0) Add(trials, one, kErrors[n % kTurn]);
+      if (first && !strcmp(NameOf(NameIn(trace[n])), "renameat2")) Add(trials, one, EINVAL);
+      if (!first && !extent.fShort && n % stage.lStride == 0) Add(trials, one, kErrors[n % kTurn]);
     }
     Take(lab, trials);
     for (uint64_t place : lab.Places()) {

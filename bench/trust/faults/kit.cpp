@@ -226,7 +226,7 @@ void HostsOwnChild() {
     struct sigaction handler = {}, before;
     handler.sa_handler = how;
     sigaction(SIGCHLD, &handler, &before);
-    const pid_t own = vfork();
+    const pid_t own = fork();
     if (own == 0) _exit(0);
     SysCallFor("true", 5000);
     while (own > 0 && waitpid(own, nullptr, 0) < 0 && errno == EINTR) {}
