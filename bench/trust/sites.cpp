@@ -169,7 +169,7 @@ void Sites::TakeCall(uint64_t after, bool jump, const std::string& target) {
   const std::string name = target.substr(0, target.find("@plt"));
   const auto behind = functions.upper_bound(after - 1);
   const std::string in = behind == functions.begin() ? "" : std::prev(behind)->second;
-  const bool carrying = in.find("6faults") != in.npos || in.starts_with("Call_");
+  const bool carrying = in.find("6faults") != in.npos || in.starts_with("Call_") || IsName(in);
   if (IsName(name) && !carrying)
     calls[after] = {"", name, in, jump};
   else if (!jump)
@@ -185,10 +185,11 @@ bool Sites::FindPlaces(const std::string& file) {
     line = line.substr(0, line.find(' ')); // the rest tells one of several copies on a line from the others
     const size_t directory = line.rfind('/');
     call->second.oPlace = call->second.oName + " at " + std::string(line.substr(directory + 1));
-    places[call->second.oPlace] = false;
+    // Without a line: what an exception gives back on its way, which is the place's twin.
+    if (!call->second.oPlace.ends_with('?')) places[call->second.oPlace] = false;
     ++call;
   });
-  return asked && call == calls.end() && !calls.empty();
+  return asked && call == calls.end() && !places.empty();
 }
 
 // The places that a call which returned there can have been made from: one, or several that look alike from there.
