@@ -141,6 +141,7 @@ auto basic_squeezet<T, A>::Sibling(size_type nNumber, const zat::TagKey& oKey, s
     const size_type offset = this->prop_GetDataOfs(node);
     if ((offset >= quick || key.MayMatch(this->pbBuffer + offset)) && HasTag(node, oKey)) {
       found = nNumber;
+      --left; // it counts too: a circle may be of nodes that all match
       break;
     }
     prev = std::exchange(nNumber, this->prop_GetRight(node));
