@@ -12,6 +12,8 @@ namespace {
 // Whether a call kept to its promises: the buffers of the port, and the time a port may take for one command.
 void KeptInside(const PortSEtx_tag& port, const ScriptedLink& link, tLen length, tTicks since) {
   FUZZ_HOLDS(length <= port.lCmdMax);
+  for (unsigned char byte : port.mbCmdSave)
+    FUZZ_HOLDS(byte == 0);                             // it lies behind the buffer of what is received
   FUZZ_HOLDS(link.oNow - since <= 20 * 15000 + 70000); // its attempts, and a tick for each byte of the trial
 }
 
