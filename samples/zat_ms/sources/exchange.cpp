@@ -20,8 +20,8 @@ constexpr tTicks kBlockMs = 30300;
 constexpr int kGreetingMax = 29;
 constexpr size_t kFinDayLines = 8;
 constexpr int kIdleMs = 1; // the idle callback is called about every millisecond
-// The module's state is looked at each time it has been silent for so long: ten wake-ups a second.
-constexpr int kLookMs = 100;
+// The module's state is looked at each time it has been silent for so long: eight wake-ups a second.
+constexpr int kLookMs = 125;
 constexpr char kNoId[] = "??????????";
 constexpr char kEarly[] = "I3Timeout violation between inquiries from cash desk";
 
