@@ -223,6 +223,26 @@ TEST_F(Frames, SetUps) {
   EXPECT_EQ(oLink.oLog, std::vector<std::string>{"[LRC]{ski"}) << "sending looks for the LRC, receiving not";
 }
 
+// A till may ask with half of what is needed: nothing is made, nothing is taken, and no store is touched.
+TEST_F(Frames, NothingComesOfMissingParts) {
+  const std::string frame = Frame(eEFTPwidSale, "TR.AMT=1000");
+  const auto* body = reinterpret_cast<const unsigned char*>("000000001000");
+  tPadsData none{nullptr, nullptr, eEFTPwidSale, nullptr};
+  tEFTPWorkId sale = eEFTPwidSale, strange = eEFTPwidNone;
+  std::string out;
+  EXPECT_FALSE(EFTPMakeData(&none, out) || EFTPMakeCmd(&oPort, &none) != 0 ||
+               EFTPMakeCmd(&oPort, nullptr) != 0);
+  EXPECT_FALSE(EFTPParsCmd(&oPort, &none, frame.size(), nullptr) ||
+               EFTPParsCmd(&oPort, nullptr, frame.size(), nullptr));
+  EXPECT_FALSE(EFTPParsCmd(&oPort, &oPads, size_t{1} << 20, nullptr)) << "longer than its buffer";
+  EXPECT_FALSE(EFTPParsData(nullptr, sale, body, 12) || EFTPParsData(&oParsed, strange, body, 12));
+  EXPECT_EQ(oPads.oPWI, eEFTPwidSale);
+  oGiven = Store("TR.AMT=1000");
+  EXPECT_EQ(EFTPMakeCmd(&oPort, &oPads), 0u) << "no terminal id";
+  oGiven = Store("TR.AMT=1000;TM.TID=" + std::string(3000, '7'));
+  EXPECT_EQ(EFTPMakeCmd(&oPort, &oPads), 0u) << "a terminal id that no buffer holds";
+}
+
 TEST_F(Frames, EveryCutFrameIsRefusedAndEveryWholeOneTaken) {
   for (const Golden& golden : kGolden) {
     const std::string frame = Frame(golden);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
@@ -290,4 +291,18 @@ TEST_F(Locks, UpdaterIsAtWork) {
   EXPECT_EQ(remflock(lock), 0);
   fs::create_directory(path);
   EXPECT_EQ(isflock(lock), 1);
+}
+
+// A full disk takes the file, but not the text that names its holder: such a lock is none, and nothing of it is left.
+TEST_F(Locks, OneThatCannotNameItsHolderIsNone) {
+  Child full([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit none = {0, 0};
+    const long before = OpenDescriptors();
+    if (setrlimit(RLIMIT_FSIZE, &none) != 0 || tryflock(lock) == 0 || putflock(lock) == 0) return 1;
+    if (zat::TakeBriefLock(lock) >= 0) return 2;
+    return OpenDescriptors() == before && !holdsflock(lock) ? 0 : 3;
+  });
+  EXPECT_EQ(full.End(), 0);
+  EXPECT_EQ(TryElsewhere(), 0);
 }

@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <thread>
 #include <vector>
 
 using UP = UnnamedPipes;
@@ -252,4 +255,60 @@ TEST(UPipes, AStartedProgramAnswersThroughItsTwoEnds) {
   }
   here.Close(); // the end of the pipe ends the program
   EXPECT_EQ(child.End(), 0);
+}
+
+// A host's timers and children interrupt the waits: they neither end them early nor prolong them.
+TEST(UPipesWait, IsNotMovedBySignals) {
+  Channel here;
+  struct sigaction heard = {}, before = {};
+  heard.sa_handler = [](int) {};
+  ASSERT_EQ(sigaction(SIGALRM, &heard, &before), 0);
+  const itimerval often = {{0, 3000}, {0, 3000}}, never = {};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  const auto from = std::chrono::steady_clock::now();
+  EXPECT_FALSE(here.WaitIn(60));
+  EXPECT_GE(Seconds(from), 0.06);
+  std::thread writer([&here] {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    here.Play(Frame("late"));
+  });
+  EXPECT_EQ(here.Get(10, UP::eBTver0), "late");
+  setitimer(ITIMER_REAL, &never, nullptr);
+  writer.join();
+  sigaction(SIGALRM, &before, nullptr);
+}
+
+// A channel of descriptors that are no pipes, and one that is short of descriptors, refuse and leave nothing open.
+TEST(UPipesWait, DescriptorsThatCannotServe) {
+  const int dir = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::string text = std::to_string(dir) + "#" + std::to_string(dir);
+  UP odd;
+  ASSERT_TRUE(odd.Import(text.c_str()));
+  char byte;
+  EXPECT_EQ(odd.ReadBlock(&byte, 1, UP::eBTver0) + odd.ReadBlock(&byte, 1, UP::eBTnone) + odd.Read(&byte, 1),
+            0);
+  EXPECT_EQ(odd.WriteBlock("x", 1, UP::eBTnone) + odd.WriteBlock("x", 1, UP::eBTver0) + odd.Write("x", 1), 0);
+  odd.HangUp();
+  EXPECT_FALSE(odd.IsReady());
+  close(dir);
+
+  Child starved([] {
+    const int first = dup(0); // the lowest number that is free
+    close(first);
+    for (int room = 0; room < 8; ++room) {
+      const rlimit most = {static_cast<rlim_t>(first + room), static_cast<rlim_t>(first + 8)};
+      if (setrlimit(RLIMIT_NOFILE, &most) != 0) return 2;
+      UP pipes;
+      if (pipes.Open() != (room >= 4) || (pipes.Export()[0] == '-') != (room < 4)) return 10 + room;
+      pipes.Close();
+      const int again = dup(0);
+      close(again);
+      if (room > 0 && again != first) return 20 + room;
+    }
+    return 0;
+  });
+  EXPECT_EQ(starved.End(), 0);
 }
