@@ -1,11 +1,13 @@
 // The road of a request, through the loaded object as a till uses it, against a module that follows a script.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
 #include "cp1251.h"
@@ -222,6 +224,43 @@ TEST(Exchange, CallsFromInsideTheIdleCallbackAreRefused) {
   EXPECT_EQ(nested.answer, Message("5X", "X7Уже используется"_1251));
   EXPECT_THAT(till.Log(), HasSubstr("[eftp_destroy] skip"));
   EXPECT_EQ(till.Call(), 9);
+}
+
+int Throw(void* data) {
+  static_cast<TestTill*>(data)->Put("go", "");
+  throw std::runtime_error("a till's own mistake");
+}
+
+// In a C++ host the callback may throw. Nothing of that leaves a C function, and the till is not told that all is well:
+// the answer is still to come.
+TEST(Exchange, AnExceptionOfTheIdleCallbackIsALostLink) {
+  for (bool oldResults : {false, true}) {
+    TestTill till(kGreet + "until go\n" + Block(Message("52")) + kEndOk,
+                  oldResults ? "[TILL]\nBREAK=1\nOLDRET=1\n" : "[TILL]\nBREAK=1\n");
+    EXPECT_EQ(till.Call(Message("10", "000000000100"), Throw, &till), oldResults ? 65535 : 9);
+    EXPECT_EQ(till.Answer(), oldResults ? "" : "5X??????????0FXLnot recv resp");
+    EXPECT_EQ(till.lib->call(till.session, nullptr, nullptr, nullptr, nullptr), 0) << "collects nothing";
+    EXPECT_EQ(till.Call(), 0);
+    EXPECT_EQ(till.Answer(), Message("52"));
+    EXPECT_EQ(till.Call(), 9);
+    EXPECT_EQ(till.Answer(), "");
+  }
+}
+
+// A host that has used up its descriptors is told so before anything is sent, and can pay once it has closed some.
+TEST(Exchange, AFullTableOfDescriptorsRefuses) {
+  TestTill till(kGreet + kEndOk, "[TILL]\nCP=0\n");
+  rlimit before = {};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none = {3, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  const int result = till.Call(Message("10", "000000000100"));
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(result, 9);
+  EXPECT_EQ(till.Answer(), Message("5X", "X6can`t create upipe"));
+  till.lib->destroy(nullptr);
+  EXPECT_EQ(till.Call(Message("10", "000000000100")), 9);
+  EXPECT_EQ(till.Answer(), "");
 }
 
 TEST(Exchange, ARequestTooSoonAfterTheLastIsRefused) {
