@@ -237,6 +237,10 @@ TEST_F(Frames, NothingComesOfMissingParts) {
   EXPECT_FALSE(EFTPParsCmd(&oPort, &oPads, size_t{1} << 20, nullptr)) << "longer than its buffer";
   EXPECT_FALSE(EFTPParsData(nullptr, sale, body, 12) || EFTPParsData(&oParsed, strange, body, 12));
   EXPECT_EQ(oPads.oPWI, eEFTPwidSale);
+  SqueezeT full(32, 0);
+  tPadsData tight{&oGiven, &full, eEFTPwidNone, nullptr};
+  frame.copy(reinterpret_cast<char*>(oPort.pbCmd), frame.size());
+  EXPECT_FALSE(EFTPParsCmd(&oPort, &tight, frame.size(), nullptr)) << "no room for the terminal id";
   oGiven = Store("TR.AMT=1000");
   EXPECT_EQ(EFTPMakeCmd(&oPort, &oPads), 0u) << "no terminal id";
   oGiven = Store("TR.AMT=1000;TM.TID=" + std::string(3000, '7'));

@@ -137,6 +137,22 @@ TEST(EFTPPars, InformationPrintLineAndRefusal) {
   }
 }
 
+// A store that cannot grow any more: what does not fit is refused, and never counts as taken.
+TEST(EFTPPars, AFullStoreRefuses) {
+  for (int part = 0; part < 3; ++part) {
+    SqueezeT full(32, 0);
+    Body body(part == 0 ? "1Total" : part == 1 ? "11" + std::string(36, 'd') : "0042");
+    char out = '?';
+    EXPECT_FALSE(part == 0   ? EFTPParsPPrLine(&full, &body.pos, &body.left, &out)
+                 : part == 1 ? EFTPParsPInfo(&full, &body.pos, &body.left) != eEFTPwidNone
+                             : EFTPParsP(&full, &body.pos, &body.left, abisTRchq, 4, eEFTPppMlng));
+    EXPECT_EQ(out, part == 0 ? '\0' : '?');
+  }
+  SqueezeT store;
+  Body line("1Total");
+  EXPECT_TRUE(EFTPParsPPrLine(&store, &line.pos, &line.left, nullptr));
+}
+
 TEST(EFTPPars, PairValues) {
   typedef std::tuple<const char*, long, tTypeFmtSource, const char*> Row;
   for (const auto& [tag, value, source, text] :
