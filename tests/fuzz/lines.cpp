@@ -47,5 +47,7 @@ FUZZ_TARGET(till) {
   const auto parsed = zat::till::ParseCommandLine(static_cast<int>(argv.size()), argv.data(), "UTF-8");
   FUZZ_HOLDS(parsed.oOrder.has_value() || !parsed.oText.empty());
   if (!parsed.oOrder) return;
-  FUZZ_HOLDS(parsed.oOrder->procAsk && (parsed.oOrder->fRaw || parsed.oOrder->oRrn.size() <= 12));
+  FUZZ_HOLDS((parsed.oOrder->procAsk == nullptr) !=
+             (parsed.oOrder->procWork == nullptr)); // one way to carry it out
+  FUZZ_HOLDS(parsed.oOrder->fRaw || parsed.oOrder->oRrn.size() <= 12);
 }
