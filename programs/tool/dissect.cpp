@@ -8,7 +8,6 @@ namespace zat::tool {
 
 namespace {
 
-constexpr char kEsc = 0x1B;
 
 tString FieldFault(const tEFTPField& field, size_t want, size_t left) {
   const char* tag = *field.ppccTag;
