@@ -8,7 +8,6 @@ namespace zat::tool {
 
 namespace {
 
-
 tString FieldFault(const tEFTPField& field, size_t want, size_t left) {
   const char* tag = *field.ppccTag;
   if (field.oTake == eTakeVar) return fmt::format("{}: no ESC within {} characters", tag, want);

@@ -6,8 +6,8 @@
 
 #include "doctor.h"
 #include "journal.h"
+#include "recordedroad.h"
 #include "timeline.h"
-#include "utilf.h"
 
 namespace zat::tool {
 
@@ -28,8 +28,8 @@ void CheckUnknown(Findings& found, const client::Entries& entries) {
 } // namespace
 
 void CheckJournal(Findings& oFound) {
-  const tString name = oFound.oRoot + "till.jnl";
-  if (fdpresent(name.c_str()) != 0 && access(name.c_str(), F_OK) != 0)
+  const tString name = client::JournalOf(oFound.oRoot + "BIN/libzat_ms.so");
+  if (access(name.c_str(), F_OK) != 0)
     return oFound.Ok("journal", "no payment was recorded yet");
   client::JournalState state;
   client::Journal journal(name);
