@@ -187,8 +187,8 @@ int eftp_do(void* pvSelf, char* pchInBuffer, char* pchOutBuffer, FUN_IDLE pfIdle
  * Ends a session and frees it. Null, a dead handle, and a call from inside the idle callback do nothing.
  *
  * Waits until the terminal module has ended when an exchange is still open, without a limit: the module may
- * be in the middle of a payment and is never killed. The till's end of its pipe is closed first, so that a
- * module that still waits for a request ends. Collect the answer to its end first.
+ * be in the middle of a payment and is never killed. When no request has reached it, the till's end of its
+ * pipe is closed first, so that a module that still waits for one can end. Collect the answer to its end first.
  */
 void eftp_destroy(void* pvSelf);
 
